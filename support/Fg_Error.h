@@ -1,0 +1,23 @@
+/* Last error number of one applet instance. */
+#ifndef PELAGON_SUPPORT_FG_ERROR_H
+#define PELAGON_SUPPORT_FG_ERROR_H
+
+class Fg_Error {
+public:
+    Fg_Error() = default;
+
+    // Records code and hands it back, so a failing operation can write
+    // `return error.setErr(code);`.
+    int setErr(int code);
+
+    // Always answers "not supported" and records nothing; callers of the
+    // runtime's level-2 error interface rely on exactly this.
+    int setErrLevel2(int code, const char* text);
+
+    int getErrorNumberBuffer() const;
+
+private:
+    int error_number_buffer = 0;
+};
+
+#endif

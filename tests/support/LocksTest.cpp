@@ -1,0 +1,195 @@
+#include "support/Locks.h"
+
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+using quor::templates::patterns::GenericLockGuard;
+using quor::templates::platform::CriticalSection;
+using quor::templates::platform::CriticalSectionGuard;
+using quor::templates::platform::RecursiveMutex;
+using quor::templates::platform::RecursiveMutexGuard;
+
+namespace {
+
+const char* const kNotHeld = "GenericLock::leave() called with lock not held";
+const char* const kDestroyedHeld = "GenericLock object destroyed with lock still held";
+
+// The message of the std::logic_error that f raises, or a marker if none.
+template <typename F>
+std::string logicErrorOf(F&& f)
+{
+    try {
+        f();
+    } catch (const std::logic_error& e) {
+        return e.what();
+    }
+    return "<no logic_error>";
+}
+
+struct ProbedSection : CriticalSection {
+    using CriticalSection::CriticalSection;
+    bool marked() const { return m_locked; }
+};
+
+struct ProbedMutex : RecursiveMutex {
+    std::uint32_t count() const { return m_count; }
+};
+
+bool tryOnce(CriticalSection& cs) { return cs.try_acquire(0); }
+bool tryOnce(RecursiveMutex& mutex) { return mutex.trylock(); }
+void giveBack(CriticalSection& cs) { cs.release(); }
+void giveBack(RecursiveMutex& mutex) { mutex.unlock(); }
+
+// Whether a thread other than the caller could take the lock right now.
+template <typename Lock>
+bool freeForOtherThread(Lock& lock)
+{
+    bool got = false;
+    std::thread([&] {
+        got = tryOnce(lock);
+        if (got) {
+            giveBack(lock);
+        }
+    }).join();
+    return got;
+}
+
+} // namespace
+
+TEST(SupportCriticalSection, GuardsInSequenceAndNestedGuard)
+{
+    ProbedSection cs;
+    for (int round = 0; round < 2; ++round) {
+        CriticalSectionGuard guard(&cs);
+        EXPECT_FALSE(freeForOtherThread(cs));
+    }
+    EXPECT_TRUE(freeForOtherThread(cs));
+    {
+        CriticalSectionGuard outer(&cs);
+        EXPECT_EQ(logicErrorOf([&] { CriticalSectionGuard inner(&cs); }),
+                  "GenericLock object got lock but is already marked as locked");
+        EXPECT_TRUE(cs.marked()) << "the failed entry must not clear the outer hold";
+    }
+    // After the misuse the section is unmarked, unlocked and usable again.
+    EXPECT_FALSE(cs.marked());
+    EXPECT_TRUE(freeForOtherThread(cs));
+}
+
+TEST(SupportCriticalSection, TryOnLockHeldByAnotherThreadFailsAtOnce)
+{
+    ProbedSection cs;
+    {
+        CriticalSectionGuard guard(&cs);
+        bool acquired = true;
+        bool entered = true;
+        std::thread([&] {
+            acquired = cs.try_acquire(1000);
+            entered = cs.try_enter(1000);
+        }).join();
+        EXPECT_FALSE(acquired);
+        EXPECT_FALSE(entered);
+    }
+    ASSERT_TRUE(cs.try_enter(0));
+    EXPECT_TRUE(cs.marked());
+    cs.leave();
+}
+
+TEST(SupportCriticalSection, DestroyedWhileGuardHoldsItThrows)
+{
+    auto* cs = new ProbedSection();
+    CriticalSectionGuard guard(cs);
+    guard.setEnabled(false); // a disabled guard must not touch the lock at its end
+    // Give the mutex itself back so that it is destroyed unlocked; the check
+    // is about the section still being marked as held.
+    cs->release();
+    EXPECT_EQ(logicErrorOf([&] { delete cs; }), kDestroyedHeld);
+}
+
+TEST(SupportCriticalSection, ForeignMutexIsUsedButNeverDestroyed)
+{
+    pthread_mutex_t foreign = PTHREAD_MUTEX_INITIALIZER;
+    auto* cs = new CriticalSection(&foreign);
+    {
+        CriticalSectionGuard guard(cs);
+        EXPECT_EQ(pthread_mutex_trylock(&foreign), EBUSY);
+        guard.setEnabled(false);
+        EXPECT_EQ(logicErrorOf([&] { delete cs; }), kDestroyedHeld);
+    }
+    // Left exactly as it was (held), for its owner to deal with.
+    EXPECT_EQ(pthread_mutex_trylock(&foreign), EBUSY);
+    EXPECT_EQ(pthread_mutex_unlock(&foreign), 0);
+    EXPECT_EQ(pthread_mutex_destroy(&foreign), 0);
+}
+
+TEST(SupportGuard, LeavingALockNotHeldThrows)
+{
+    ProbedSection cs;
+    EXPECT_EQ(logicErrorOf([&] { cs.leave(); }), kNotHeld);
+    // The guard's own end reports it when someone left the lock under it.
+    EXPECT_EQ(logicErrorOf([&] {
+                  CriticalSectionGuard guard(&cs);
+                  cs.leave();
+              }),
+              kNotHeld);
+    EXPECT_TRUE(freeForOtherThread(cs));
+}
+
+TEST(SupportGuard, OwningGuardDestroysTheLockAndNullIsTolerated)
+{
+    // The leak checker confirms both sections are freed at the guard's end,
+    // also when that end reports misuse.
+    { GenericLockGuard guard(new CriticalSection(), true); }
+    auto* other = new CriticalSection();
+    EXPECT_EQ(logicErrorOf([&] {
+                  GenericLockGuard guard(other, true);
+                  other->leave();
+              }),
+              kNotHeld);
+
+    { GenericLockGuard guard(nullptr, true); }
+    RecursiveMutexGuard guard(nullptr);
+    guard.lockAndEnable();
+    guard.unlockAndDisable();
+}
+
+TEST(SupportRecursiveMutex, CountsNestedLocks)
+{
+    ProbedMutex mutex;
+    mutex.lock();
+    mutex.lock();
+    EXPECT_EQ(mutex.count(), 2u);
+    mutex.unlock();
+    EXPECT_TRUE(mutex.isLocked());
+    EXPECT_FALSE(freeForOtherThread(mutex));
+    // An unlock from a thread that does not hold it changes nothing.
+    std::thread([&] { mutex.unlock(); }).join();
+    EXPECT_EQ(mutex.count(), 1u);
+    mutex.unlock();
+    EXPECT_FALSE(mutex.isLocked());
+    EXPECT_TRUE(freeForOtherThread(mutex));
+}
+
+TEST(SupportRecursiveMutex, GuardsReleaseExactlyTheirOwnLevel)
+{
+    ProbedMutex mutex;
+    {
+        RecursiveMutexGuard outer(&mutex);
+        {
+            RecursiveMutexGuard inner(&mutex);
+            EXPECT_EQ(mutex.count(), 2u);
+            inner.unlockAndDisable();
+            inner.unlockAndDisable(); // already given back: no second unlock
+            EXPECT_EQ(mutex.count(), 1u);
+        }
+        outer.lockAndEnable(); // already held: no extra level
+        EXPECT_EQ(mutex.count(), 1u);
+    }
+    EXPECT_FALSE(mutex.isLocked());
+}
