@@ -1,0 +1,213 @@
+// Routing of typed parameter sets and gets: the parameter lock, the three id
+// ranges, and the table from catalogue id to setter and getter.
+#include <cstring>
+#include <map>
+
+#include "FgZuWrapperImpl.h"
+#include "hap_runtime.h"
+#include "pelagon_errors.h"
+#include "quor_io.h"
+
+using quor::templates::platform::CriticalSectionGuard;
+
+namespace {
+
+constexpr int kDraIdBase = 1000000;
+constexpr int kDzuaIdBase = 2000000;
+
+using Setter = void (*)(FgZuWrapperImpl&, const void*, FgParamTypes);
+using Getter = void (*)(FgZuWrapperImpl&, void*, int, FgParamTypes);
+
+struct Handler {
+    int id;
+    Setter set;
+    Getter get;
+};
+
+[[noreturn]] void refuse(int code) { throw code; }
+
+// Elements `index` .. `index + count - 1` of an array of `size`.
+void checkRange(uint64_t index, uint64_t count, uint64_t size) {
+    if (index >= size || count > size || index + count > size) refuse(PGN_ERR_INVALID_ARGUMENT);
+}
+
+// Array caches: a whole FieldParameterAccess range (type 4096) or one element
+// in the record that matches the element type.
+template <typename Single, typename Element, size_t N>
+void getFieldFromCache(const Element (&cache)[N], void* value, FgParamTypes type) {
+    if (type == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
+        auto* access = static_cast<FieldParameterAccess*>(value);
+        checkRange(access->index, access->count, N);
+        FgZuWrapper::getFieldCache(cache, access);
+    } else {
+        auto* single = static_cast<Single*>(value);
+        checkRange(single->index, 1, N);
+        FgZuWrapper::getFieldCache(cache, single);
+    }
+}
+
+// Setters and getters are found by name. A read-only parameter refuses every
+// write; a parameter whose member exists is served by it; a readable
+// parameter without a getter of its own reads its cache; a writable parameter
+// without a setter is not offered yet.
+#define PELAGON_SCALAR_HANDLER(id, NAME, access, ValueType)                                           \
+    {id,                                                                                              \
+     [](auto& w, const void* v, FgParamTypes) {                                                       \
+         if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
+             refuse(PGN_ERR_READ_ONLY);                                                               \
+         else if constexpr (requires { w.set_sdk_param_##NAME##_P0(ValueType{}, true); })             \
+             w.set_sdk_param_##NAME##_P0(*static_cast<const ValueType*>(v), true);                    \
+         else                                                                                         \
+             refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
+     },                                                                                               \
+     [](auto& w, void* v, int, FgParamTypes) {                                                        \
+         if constexpr (requires { w.get_sdk_param_##NAME##_P0(static_cast<ValueType*>(nullptr)); })   \
+             w.get_sdk_param_##NAME##_P0(static_cast<ValueType*>(v));                                 \
+         else                                                                                         \
+             *static_cast<ValueType*>(v) = w.cache_##NAME##_P0;                                       \
+     }},
+
+#define PELAGON_STRING_HANDLER(id, NAME, access)                                                      \
+    {id,                                                                                              \
+     [](auto& w, const void* v, FgParamTypes) {                                                       \
+         if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
+             refuse(PGN_ERR_READ_ONLY);                                                               \
+         else if constexpr (requires { w.set_sdk_param_##NAME##_P0("", true); })                      \
+             w.set_sdk_param_##NAME##_P0(static_cast<const char*>(v), true);                          \
+         else                                                                                         \
+             refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
+     },                                                                                               \
+     [](auto& w, void* v, int, FgParamTypes) {                                                        \
+         if constexpr (requires { w.get_sdk_param_##NAME##_P0(static_cast<char*>(nullptr)); })        \
+             w.get_sdk_param_##NAME##_P0(static_cast<char*>(v));                                      \
+         else                                                                                         \
+             std::strcpy(static_cast<char*>(v), w.cache_##NAME##_P0.c_str());                         \
+     }},
+
+#define PELAGON_FIELD_HANDLER(id, NAME, access, Single)                                               \
+    {id,                                                                                              \
+     [](auto& w, const void* v, FgParamTypes t) {                                                     \
+         if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
+             refuse(PGN_ERR_READ_ONLY);                                                               \
+         else if constexpr (requires { w.set_sdk_param_##NAME##_P0(v, t, true); })                    \
+             w.set_sdk_param_##NAME##_P0(v, t, true);                                                 \
+         else                                                                                         \
+             refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
+     },                                                                                               \
+     [](auto& w, void* v, int, FgParamTypes t) {                                                      \
+         if constexpr (requires { w.get_sdk_param_##NAME##_P0(v, t); })                               \
+             w.get_sdk_param_##NAME##_P0(v, t);                                                       \
+         else                                                                                         \
+             getFieldFromCache<Single>(w.cache_##NAME##_P0, v, t);                                    \
+     }},
+
+// The runtime's own parameters: read through the runtime with the caller's
+// DMA index and type, never written by applications.
+#define PELAGON_RUNTIME_HANDLER(id)                                                                   \
+    {id, [](auto&, const void*, FgParamTypes) { refuse(PGN_ERR_READ_ONLY); },                         \
+     [](auto& w, void* v, int dma, FgParamTypes t) {                                                  \
+         const int rc = w.getUnwrappedParameterWithType(id, v, static_cast<unsigned>(dma), t);        \
+         if (rc != 0) refuse(rc);                                                                     \
+     }},
+
+const Handler kHandlers[] = {
+#define PELAGON_PARAM_UINT(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, uint32_t)
+#define PELAGON_PARAM_ENUM(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, uint32_t)
+#define PELAGON_PARAM_UINT64(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, uint64_t)
+#define PELAGON_PARAM_DOUBLE(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, double)
+#define PELAGON_PARAM_STRING(index, id, NAME, display, access, ...) PELAGON_STRING_HANDLER(id, NAME, access)
+#define PELAGON_PARAM_UINTFIELD(index, id, NAME, display, access, ...) \
+    PELAGON_FIELD_HANDLER(id, NAME, access, FieldParameterInt_s)
+#define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, ...) \
+    PELAGON_FIELD_HANDLER(id, NAME, access, FieldParameterDouble_s)
+#define PELAGON_RUNTIME_PARAM(index, id, NAME) PELAGON_RUNTIME_HANDLER(id)
+#include "catalogue.def"
+#undef PELAGON_PARAM_UINT
+#undef PELAGON_PARAM_ENUM
+#undef PELAGON_PARAM_UINT64
+#undef PELAGON_PARAM_DOUBLE
+#undef PELAGON_PARAM_STRING
+#undef PELAGON_PARAM_UINTFIELD
+#undef PELAGON_PARAM_DOUBLEFIELD
+#undef PELAGON_RUNTIME_PARAM
+};
+
+const Handler* findHandler(int id) {
+    static const std::map<int, const Handler*> byId = [] {
+        std::map<int, const Handler*> m;
+        for (const Handler& h : kHandlers) m.emplace(h.id, &h);
+        return m;
+    }();
+    const auto it = byId.find(id);
+    return it == byId.end() ? nullptr : it->second;
+}
+
+// The one DMA channel belongs to process 0; anything else is not served.
+void checkDma(const std::map<int, int>& dmaProcess, int dma) {
+    const auto process = dmaProcess.find(dma);
+    if (process == dmaProcess.end() || process->second != 0) refuse(PGN_ERR_INVALID_ARGUMENT);
+}
+
+}  // namespace
+
+int FgZuWrapperImpl::Fg_setParameterWithType(int id, const void* value, int dma, FgParamTypes type) {
+    if (!value) return setError(PGN_ERR_INVALID_ARGUMENT);
+    CriticalSectionGuard guard(&mParameterLock);
+    int result = 0;
+    if (id > kDzuaIdBase) {
+        result = setUnwrappedParameterWithType(id - kDzuaIdBase, value, static_cast<unsigned>(dma), type);
+    } else if (draEnabled && id > kDraIdBase) {
+        const int reg = id - kDraIdBase;
+        const uint64_t word = HapGetRegisterBitRange(designHandle(), reg) > 32
+                                  ? *static_cast<const uint64_t*>(value)
+                                  : *static_cast<const uint32_t*>(value);
+        result = QuorRegisterWrite(boardHandle(), static_cast<unsigned>(reg), word);
+    } else {
+        try {
+            setParameterWithType(id, value, dma, type);
+        } catch (int error) {
+            result = error;
+        }
+    }
+    return setError(result);
+}
+
+int FgZuWrapperImpl::Fg_getParameterWithType(int id, void* value, int dma, FgParamTypes type) {
+    if (!value) return setError(PGN_ERR_INVALID_ARGUMENT);
+    CriticalSectionGuard guard(&mParameterLock);
+    int result = 0;
+    if (id > kDzuaIdBase) {
+        result = getUnwrappedParameterWithType(id - kDzuaIdBase, value, static_cast<unsigned>(dma), type);
+    } else if (draEnabled && id > kDraIdBase) {
+        const int reg = id - kDraIdBase;
+        uint64_t word = 0;
+        result = QuorRegisterRead(boardHandle(), static_cast<unsigned>(reg), &word);
+        if (result == 0) {
+            if (HapGetRegisterBitRange(designHandle(), reg) > 32)
+                *static_cast<uint64_t*>(value) = word;
+            else
+                *static_cast<uint32_t*>(value) = static_cast<uint32_t>(word);
+        }
+    } else {
+        try {
+            getParameterWithType(id, value, dma, type);
+        } catch (int error) {
+            result = error;
+        }
+    }
+    return setError(result);
+}
+
+void FgZuWrapperImpl::setParameterWithType(int id, const void* value, int dma, FgParamTypes type) {
+    checkDma(map_dma_process, dma);
+    const Handler* handler = findHandler(id);
+    if (!handler) refuse(PGN_ERR_INVALID_ARGUMENT);
+    handler->set(*this, value, type);
+}
+
+void FgZuWrapperImpl::getParameterWithType(int id, void* value, int dma, FgParamTypes type) {
+    checkDma(map_dma_process, dma);
+    const Handler* handler = findHandler(id);
+    if (!handler) refuse(PGN_ERR_INVALID_ARGUMENT);
+    handler->get(*this, value, dma, type);
+}

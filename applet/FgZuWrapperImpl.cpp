@@ -1,0 +1,371 @@
+#include "FgZuWrapperImpl.h"
+
+#include <algorithm>
+#include <iterator>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "EnumTables.h"
+#include "hap_runtime.h"
+#include "pelagon_errors.h"
+
+namespace {
+
+constexpr const char* kOverflowEvent = "Device1_Process0_Overflow_Overflow";
+constexpr const char* kOverflowSdkEvent = "FG_OVERFLOW_CAM0";
+constexpr int kDraIdBase = 1000000;
+constexpr int kDzuaIdBase = 2000000;
+
+// An environment switch: set, and one of the words that mean "on".
+bool envEnabled(const char* variable, std::initializer_list<const char*> words) {
+    const char* raw = std::getenv(variable);
+    if (!raw) return false;
+    std::string value(raw);
+    std::transform(value.begin(), value.end(), value.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return std::any_of(words.begin(), words.end(), [&](const char* w) { return value == w; });
+}
+
+}  // namespace
+
+FgZuWrapperImpl::FgZuWrapperImpl() {
+    draEnabled = envEnabled("QUOR_ENABLE_DRA", {"yes", "true", "on", "1"});
+
+    // Power-on values of the caches; they do not touch the hardware.
+    cache_FG_PIXELFORMAT_P0 = 785;
+    cache_FG_TIMEOUT_P0 = 1000000;
+    cache_FG_WIDTH_P0 = 1024;
+    cache_FG_HEIGHT_P0 = 1024;
+    cache_FG_FORMAT_P0 = 2;
+    cache_FG_BITALIGNMENT_P0 = 1;
+    cache_FG_CAMERASIMULATOR_WIDTH_P0 = 1024;
+    cache_FG_CAMERASIMULATOR_HEIGHT_P0 = 1024;
+    cache_FG_CAMERASIMULATOR_PATTERN_P0 = 3;
+    cache_FG_CAMERASIMULATOR_ROLL_P0 = 1;
+    cache_FG_CAMERASIMULATOR_SELECT_MODE_P0 = 2;
+    cache_FG_CAMERASIMULATOR_PIXEL_FREQUENCY_P0 = 40.0;
+    cache_FG_CAMERASIMULATOR_LINERATE_P0 = 10240.0;
+    cache_FG_CAMERASIMULATOR_FRAMERATE_P0 = 10.0;
+    cache_FG_IMG_SELECT_PERIOD_P0 = 1;
+    cache_FG_LUT_TYPE_P0 = 3;
+    cache_FG_PROCESSING_GAIN_P0 = 1.0;
+    cache_FG_PROCESSING_GAMMA_P0 = 1.0;
+    cache_FG_SCALINGFACTOR_RED_P0 = 1.0;
+    cache_FG_SCALINGFACTOR_GREEN_P0 = 1.0;
+    cache_FG_SCALINGFACTOR_BLUE_P0 = 1.0;
+    cache_FG_AREATRIGGERMODE_P0 = 1;
+    cache_FG_TRIGGERSTATE_P0 = 2;
+    cache_FG_TRIGGER_FRAMESPERSECOND_P0 = 8.0;
+    cache_FG_TRIGGER_EXCEEDED_PERIOD_LIMITS_CLEAR_P0 = 1;
+    cache_FG_TRIGGERIN_DOWNSCALE_P0 = 1;
+    cache_FG_TRIGGERIN_DEBOUNCE_P0 = 1.0;
+    cache_FG_SENDSOFTWARETRIGGER_P0 = 1;
+    cache_FG_TRIGGERIN_STATS_PULSECOUNT_CLEAR_P0 = 1;
+    cache_FG_TRIGGERIN_STATS_MINMAXFREQUENCY_CLEAR_P0 = 1;
+    cache_FG_TRIGGER_MULTIPLY_PULSES_P0 = 1;
+    cache_FG_TRIGGER_PULSEFORMGEN0_DOWNSCALE_P0 = 1;
+    cache_FG_TRIGGER_PULSEFORMGEN1_DOWNSCALE_P0 = 1;
+    cache_FG_TRIGGER_PULSEFORMGEN2_DOWNSCALE_P0 = 1;
+    cache_FG_TRIGGER_PULSEFORMGEN3_DOWNSCALE_P0 = 1;
+    cache_FG_TRIGGER_PULSEFORMGEN0_WIDTH_P0 = 4000.0;
+    cache_FG_TRIGGER_PULSEFORMGEN1_WIDTH_P0 = 4.0;
+    cache_FG_TRIGGER_PULSEFORMGEN2_WIDTH_P0 = 4.0;
+    cache_FG_TRIGGER_PULSEFORMGEN3_WIDTH_P0 = 4.0;
+    for (uint32_t* gpo : {&cache_FG_TRIGGERCAMERA_GPO0_P0, &cache_FG_TRIGGERCAMERA_GPO1_P0,
+                          &cache_FG_TRIGGERCAMERA_GPO2_P0, &cache_FG_TRIGGERCAMERA_GPO3_P0,
+                          &cache_FG_TRIGGERCAMERA_GPO4_P0, &cache_FG_TRIGGERCAMERA_GPO5_P0,
+                          &cache_FG_TRIGGERCAMERA_GPO6_P0, &cache_FG_TRIGGERCAMERA_GPO7_P0})
+        *gpo = 4;
+    cache_FG_TRIGGEROUT_SELECT0_P0 = 6;
+    cache_FG_TRIGGEROUT_SELECT1_P0 = 7;
+    for (uint32_t* out : {&cache_FG_TRIGGEROUT_SELECT2_P0, &cache_FG_TRIGGEROUT_SELECT3_P0,
+                          &cache_FG_TRIGGEROUT_SELECT4_P0, &cache_FG_TRIGGEROUT_SELECT5_P0,
+                          &cache_FG_TRIGGEROUT_SELECT6_P0, &cache_FG_TRIGGEROUT_SELECT7_P0})
+        *out = 5;
+    cache_FG_TRIGGEROUT_STATS_PULSECOUNT_CLEAR_P0 = 1;
+    cache_FG_MISSING_CAMERA_FRAME_RESPONSE_CLEAR_P0 = 1;
+}
+
+FgZuWrapperImpl::~FgZuWrapperImpl() noexcept(false) {
+    map_event_id_event_name.clear();
+    map_event_name_event_id.clear();
+    map_parameter_name_parameter_description.clear();
+    map_parameter_index_parameter_name.clear();
+    map_inspect_parameter_name_parameter_id.clear();
+    map_parameter_name_parameter_id.clear();
+    map_dma_process.clear();
+}
+
+void FgZuWrapperImpl::initInternalMaps() {
+    dzuaEnabled = envEnabled("QUOR_ENABLE_DZUA", {"yes", "true", "on"});
+    map_dma_process[0] = 0;
+
+#define PELAGON_NAMED(index, id, NAME)                       \
+    map_parameter_name_parameter_id.emplace(#NAME, id);      \
+    map_parameter_index_parameter_name.emplace(index, #NAME);
+#define PELAGON_DESCRIBED(index, id, NAME, description) \
+    PELAGON_NAMED(index, id, NAME)                      \
+    map_parameter_name_parameter_description.emplace(#NAME, description);
+#define PELAGON_PARAM_UINT(index, id, NAME, d, a, r, f, t, s, u, description) \
+    PELAGON_DESCRIBED(index, id, NAME, description)
+#define PELAGON_PARAM_UINT64 PELAGON_PARAM_UINT
+#define PELAGON_PARAM_DOUBLE PELAGON_PARAM_UINT
+#define PELAGON_PARAM_ENUM(index, id, NAME, d, a, r, table, description) \
+    PELAGON_DESCRIBED(index, id, NAME, description)
+#define PELAGON_PARAM_STRING(index, id, NAME, d, a, r, ext, description) \
+    PELAGON_DESCRIBED(index, id, NAME, description)
+#define PELAGON_PARAM_UINTFIELD(index, id, NAME, d, a, r, n, f, t, s, u, description) \
+    PELAGON_DESCRIBED(index, id, NAME, description)
+#define PELAGON_PARAM_DOUBLEFIELD PELAGON_PARAM_UINTFIELD
+#define PELAGON_RUNTIME_PARAM(index, id, NAME) PELAGON_NAMED(index, id, NAME)
+#include "catalogue.def"
+#undef PELAGON_NAMED
+#undef PELAGON_DESCRIBED
+#undef PELAGON_PARAM_UINT
+#undef PELAGON_PARAM_UINT64
+#undef PELAGON_PARAM_DOUBLE
+#undef PELAGON_PARAM_ENUM
+#undef PELAGON_PARAM_STRING
+#undef PELAGON_PARAM_UINTFIELD
+#undef PELAGON_PARAM_DOUBLEFIELD
+#undef PELAGON_RUNTIME_PARAM
+
+    // Events: bit i of a mask is the design's event i; only events delivered
+    // to applications are named.
+    fpga_design* design = designHandle();
+    int events = 0;
+    while (events < 65 && HapGetEvent(design, events)) ++events;
+    uint64_t mask = 1;
+    for (int i = 0; i < events; ++i, mask <<= 1) {
+        const hap_event_data* event = HapGetEvent(design, i);
+        if (!event || !event->name || event->is_firmware_event != 1) continue;
+        map_event_name_event_id[event->name] = mask;
+        map_event_id_event_name[mask] = event->name;
+    }
+    for (int i = 0; i < events && i < 64; ++i) {
+        const hap_event_data* event = HapGetEvent(design, i);
+        if (!event || !event->name || std::strcmp(event->name, kOverflowEvent) != 0) continue;
+        const uint64_t overflowMask = uint64_t{1} << i;
+        if (!map_event_name_event_id.count(kOverflowSdkEvent) && !map_event_id_event_name.count(overflowMask)) {
+            map_event_name_event_id[kOverflowSdkEvent] = overflowMask;
+            map_event_id_event_name[overflowMask] = kOverflowSdkEvent;
+        }
+        break;
+    }
+}
+
+void FgZuWrapperImpl::createUserParameters() {
+    Fg_ParameterInfo* info = parameterInfo();
+    auto& records = register_info_map[0];
+    // Open groups, innermost last. A group that could not be made drops its
+    // whole subtree: its children are added under null and come back null.
+    std::vector<RegisterInfo*> open;
+    bool failed = false;
+    std::vector<bool> failedStack;
+    auto parent = [&]() -> RegisterInfo* { return open.empty() ? nullptr : open.back(); };
+
+#define PELAGON_GROUP_BEGIN(title)                                                   \
+    failedStack.push_back(failed);                                                   \
+    open.push_back(failed ? nullptr : info->addGroupInfo(0, parent(), title));       \
+    failed = open.back() == nullptr;
+#define PELAGON_GROUP_END() \
+    open.pop_back();        \
+    failed = failedStack.back(); \
+    failedStack.pop_back();
+#define PELAGON_PARAM_UINT(index, id, NAME, display, access, range, from, to, step, unit, description) \
+    records[id] = info->addInfoUInt(parent(), display, #NAME, from, to, step, access, range, 1, unit, id, 0);
+#define PELAGON_PARAM_UINT64(index, id, NAME, display, access, range, from, to, step, unit, description) \
+    records[id] = info->addInfoUInt64(parent(), display, #NAME, from, to, step, access, range, 1, unit, id, 0);
+#define PELAGON_PARAM_DOUBLE(index, id, NAME, display, access, range, from, to, step, unit, description) \
+    records[id] = info->addInfoDouble(parent(), display, #NAME, from, to, step, access, range, 1, unit, id, 0);
+#define PELAGON_PARAM_ENUM(index, id, NAME, display, access, range, table, description)                       \
+    {                                                                                                          \
+        const int rows = static_cast<int>(std::size(pelagon::enums::table));                                   \
+        RegisterInfo* reg = info->addInfoEnum(parent(), display, #NAME, rows, access, range, 1, "", id, 0);    \
+        for (int i = 0; i < rows; ++i)                                                                          \
+            info->addEnumNameValue(reg, i, pelagon::enums::table[i].name, pelagon::enums::table[i].value,     \
+                                   pelagon::enums::table[i].symbol);                                           \
+        records[id] = reg;                                                                                     \
+    }
+#define PELAGON_PARAM_STRING(index, id, NAME, display, access, range, extension, description) \
+    records[id] = info->addInfoString(parent(), display, #NAME, extension, access, range, 1, "", id, 0);
+#define PELAGON_PARAM_UINTFIELD(index, id, NAME, display, access, range, size, from, to, step, unit, description) \
+    records[id] =                                                                                                \
+        info->addInfoUIntField(parent(), display, #NAME, size, from, to, step, access, range, 1, unit, id, 0);
+#define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, range, size, from, to, step, unit, description) \
+    records[id] =                                                                                                  \
+        info->addInfoDoubleField(parent(), display, #NAME, size, from, to, step, access, range, 1, unit, id, 0);
+#include "catalogue.def"
+#undef PELAGON_GROUP_BEGIN
+#undef PELAGON_GROUP_END
+#undef PELAGON_PARAM_UINT
+#undef PELAGON_PARAM_UINT64
+#undef PELAGON_PARAM_DOUBLE
+#undef PELAGON_PARAM_ENUM
+#undef PELAGON_PARAM_STRING
+#undef PELAGON_PARAM_UINTFIELD
+#undef PELAGON_PARAM_DOUBLEFIELD
+
+    if (draEnabled) addDirectRegisterAccess();
+    if (dzuaEnabled) addDirectZuAccess();
+}
+
+// One unsigned entry per design register, reaching the register by number.
+void FgZuWrapperImpl::addDirectRegisterAccess() {
+    Fg_ParameterInfo* info = parameterInfo();
+    RegisterInfo* group = info->addGroupInfo(0, nullptr, "Direct Register Access");
+    fpga_design* design = designHandle();
+    const int count = HapGetNrOfRegister(design);
+    for (int reg = 1; reg <= count; ++reg) {
+        const char* regName = HapGetRegisterName(design, reg);
+        const std::string name = std::string("DRA_") + (regName ? regName : "");
+        const int width = HapGetRegisterBitRange(design, reg);
+        const int id = kDraIdBase + reg;
+        RegisterInfo* record;
+        if (width > 32) {
+            const uint64_t largest = width >= 64 ? ~uint64_t{0} : (uint64_t{1} << width) - 1;
+            record = info->addInfoUInt64(group, name.c_str(), name.c_str(), 0, largest, 1, 3, 1, 1, nullptr, id, 0);
+        } else {
+            const uint32_t largest = width <= 0 ? 0 : width >= 32 ? ~uint32_t{0} : (uint32_t{1} << width) - 1;
+            record = info->addInfoUInt(group, name.c_str(), name.c_str(), 0, largest, 1, 3, 1, 1, nullptr, id, 0);
+        }
+        register_info_map[0][id] = record;
+    }
+}
+
+// A mirror of the runtime's own description of the design registers, with
+// names prefixed and ids moved into the range the dispatch passes through.
+void FgZuWrapperImpl::addDirectZuAccess() {
+    Fg_ParameterInfo* info = parameterInfo();
+    RegisterInfo* top = info->addGroupInfo(0, nullptr, "Direct ZU Access");
+    auto prefixed = [](const char* text) { return std::string("DZUA_") + (text ? text : ""); };
+
+    auto mirrorLeaf = [&](RegisterInfo* parent, const RegisterInfo* r) {
+        const std::string name = prefixed(r->name);
+        const std::string param = prefixed(r->parameterName);
+        const int id = r->id + kDzuaIdBase;
+        const char* n = name.c_str();
+        const char* p = param.c_str();
+        const int a = r->accessFlags, rf = r->rangeFlags, v = r->visibilityFlags;
+        RegisterInfo* copy = nullptr;
+        switch (r->format) {
+            case REG_FORMAT_UINT:
+                copy = info->addInfoUInt(parent, n, p, r->u.uiReg.from, r->u.uiReg.to, r->u.uiReg.steps, a, rf, v,
+                                         r->unit, id, 0);
+                break;
+            case REG_FORMAT_INT:
+                copy = info->addInfoInt(parent, n, p, r->u.iReg.from, r->u.iReg.to, r->u.iReg.steps, a, rf, v,
+                                        r->unit, id, 0);
+                break;
+            case REG_FORMAT_UINT64:
+                copy = info->addInfoUInt64(parent, n, p, static_cast<uint64_t>(r->u.iReg64.from),
+                                           static_cast<uint64_t>(r->u.iReg64.to),
+                                           static_cast<uint64_t>(r->u.iReg64.steps), a, rf, v, r->unit, id, 0);
+                break;
+            case REG_FORMAT_INT64:
+                copy = info->addInfoInt64(parent, n, p, r->u.iReg64.from, r->u.iReg64.to, r->u.iReg64.steps, a, rf,
+                                          v, r->unit, id, 0);
+                break;
+            case REG_FORMAT_DOUBLE:
+                copy = info->addInfoDouble(parent, n, p, r->u.dReg.from, r->u.dReg.to, r->u.dReg.steps, a, rf, v,
+                                           r->unit, id, 0);
+                break;
+            case REG_FORMAT_UINTFIELD:
+                copy = info->addInfoUIntField(parent, n, p, r->u.uifReg.nrOfElements, r->u.uifReg.from,
+                                              r->u.uifReg.to, 1, a, rf, v, r->unit, id, 0);
+                break;
+            case REG_FORMAT_INTFIELD:
+                copy = info->addInfoIntField(parent, n, p, r->u.ifReg.nrOfElements, r->u.ifReg.from, r->u.ifReg.to,
+                                             1, a, rf, v, r->unit, id, 0);
+                break;
+            case REG_FORMAT_DOUBLEFIELD:
+                copy = info->addInfoDoubleField(parent, n, p, r->u.dfReg.nrOfElements, r->u.dfReg.from,
+                                                r->u.dfReg.to, 0, a, rf, v, r->unit, id, 0);
+                break;
+            case REG_FORMAT_STRING:
+                copy = info->addInfoString(parent, n, p, r->u.sReg.FileExtension, a, rf, v, r->unit, id, 0);
+                break;
+            case REG_FORMAT_ENUM: {
+                const EnumReg_S& e = r->u.eReg;
+                copy = info->addInfoEnum(parent, n, p, e.nrOfElements, a, rf, v, r->unit, id, 0);
+                for (int i = 0; copy && i < e.nrOfElements; ++i)
+                    info->addEnumNameValue(copy, i, e.enumNames[i] ? e.enumNames[i] : "", e.enumValues[i],
+                                           e.enumDefName[i]);
+                break;
+            }
+            default:
+                return;  // kinds this applet does not publish
+        }
+        register_info_map[0][id] = copy;
+        map_inspect_parameter_name_parameter_id[param] = id;
+    };
+
+    // Depth-first, children in the runtime's order; groups keep their nesting.
+    auto mirror = [&](auto&& self, RegisterInfo* parent, const RegisterInfo* r, int depth) -> void {
+        if (!r || depth > 32) return;
+        if (r->format != REG_FORMAT_GROUP) return mirrorLeaf(parent, r);
+        RegisterInfo* group = info->addGroupInfo(0, parent, prefixed(r->name).c_str());
+        for (int i = 0; i < r->u.gReg.nrOfElements; ++i) self(self, group, r->u.gReg.elements[i], depth + 1);
+    };
+    for (const RegisterInfo* r = getUnwrappedParameterInfo(); r; r = r->next) mirror(mirror, top, r, 0);
+}
+
+int FgZuWrapperImpl::Fg_getParameterIdByName(const char* name) {
+    if (!name || !*name) return PGN_ERR_INVALID_ARGUMENT;
+    const auto it = map_parameter_name_parameter_id.find(name);
+    if (it == map_parameter_name_parameter_id.end()) return setError(PGN_ERR_INVALID_ARGUMENT);
+    setError(0);
+    return it->second;
+}
+
+const char* FgZuWrapperImpl::Fg_getParameterName(int index) {
+    const auto it = map_parameter_index_parameter_name.find(index);
+    if (it == map_parameter_index_parameter_name.end()) {
+        setError(PGN_ERR_INVALID_ARGUMENT);
+        return nullptr;
+    }
+    setError(0);
+    return it->second.c_str();
+}
+
+int FgZuWrapperImpl::Fg_getParameterId(int index) {
+    const auto name = map_parameter_index_parameter_name.find(index);
+    if (name == map_parameter_index_parameter_name.end()) return setError(PGN_ERR_INVALID_ARGUMENT);
+    const auto id = map_parameter_name_parameter_id.find(name->second);
+    if (id == map_parameter_name_parameter_id.end()) return setError(PGN_ERR_INVALID_ARGUMENT);
+    setError(0);
+    return id->second;
+}
+
+int FgZuWrapperImpl::Fg_getParameterCount() { return static_cast<int>(map_parameter_index_parameter_name.size()); }
+
+uint64_t FgZuWrapperImpl::Fg_getEventMask(const char* name) {
+    const auto it = name ? map_event_name_event_id.find(name) : map_event_name_event_id.end();
+    if (it == map_event_name_event_id.end()) {
+        setError(PGN_ERR_INVALID_ARGUMENT);
+        return 0;
+    }
+    setError(0);
+    return it->second;
+}
+
+const char* FgZuWrapperImpl::Fg_getEventName(uint64_t mask) {
+    const auto it = map_event_id_event_name.find(mask);
+    if (it == map_event_id_event_name.end()) {
+        setError(PGN_ERR_INVALID_ARGUMENT);
+        return nullptr;
+    }
+    setError(0);
+    return it->second.c_str();
+}
+
+// Configuration files are not wired in yet.
+bool FgZuWrapperImpl::loadConfig(Fg_ConfigFileParser&) { return false; }
+bool FgZuWrapperImpl::saveConfig(Fg_ConfigFileParser&) { return false; }
+
+const char* FgZuWrapperImpl::getManufacturer() { return "Quorvant GmbH"; }
+const char* FgZuWrapperImpl::getCameraType() { return "Pelagon"; }
+const char* FgZuWrapperImpl::getCameraVersion() { return "2.3"; }
+int FgZuWrapperImpl::getAppletID() { return 0; }

@@ -1,0 +1,153 @@
+// The Pelagon applet instance: the design's register ids and accessors, the
+// parameter caches and their setters and getters.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "support/Locks.h"
+#include "wrapper/FgZuWrapper.h"
+
+using StringToIntMap = std::map<std::string, int32_t>;
+using IntToStringMap = std::map<int32_t, std::string>;
+using StringToStringMap = std::map<std::string, std::string>;
+using EventNameToEventIdMap = std::map<std::string, uint64_t>;
+using EventIdToEventNameMap = std::map<uint64_t, std::string>;
+
+// Free-form inspection properties of the instance, with their own lock.
+struct InspectProperties {
+    quor::templates::platform::RecursiveMutex mutex;
+    std::map<std::string, std::string> values;
+};
+
+class FgZuWrapperImpl : public FgZuWrapper {
+public:
+    FgZuWrapperImpl();
+    ~FgZuWrapperImpl() noexcept(false) override;
+
+    // Serialises every parameter set and get that comes through the dispatch.
+    quor::templates::platform::CriticalSection mParameterLock;
+    InspectProperties inspectProperties;
+    std::string dllBaseName = "none";
+    bool dzuaEnabled = false;
+
+    // ---- Name, id, index, description and event maps ------------------------
+    std::map<int, int> map_dma_process;
+    StringToIntMap map_parameter_name_parameter_id;
+    StringToIntMap map_inspect_parameter_name_parameter_id;
+    IntToStringMap map_parameter_index_parameter_name;
+    StringToStringMap map_parameter_name_parameter_description;
+    EventNameToEventIdMap map_event_name_event_id;
+    EventIdToEventNameMap map_event_id_event_name;
+
+    void initInternalMaps();
+
+    // ---- Parameter caches, one per catalogue parameter ---------------------
+#define PELAGON_PARAM_UINT(index, id, NAME, ...) uint32_t cache_##NAME##_P0 = 0;
+#define PELAGON_PARAM_ENUM(index, id, NAME, ...) uint32_t cache_##NAME##_P0 = 0;
+#define PELAGON_PARAM_UINT64(index, id, NAME, ...) uint64_t cache_##NAME##_P0 = 0;
+#define PELAGON_PARAM_DOUBLE(index, id, NAME, ...) double cache_##NAME##_P0 = 0.0;
+#define PELAGON_PARAM_STRING(index, id, NAME, ...) std::string cache_##NAME##_P0;
+#define PELAGON_PARAM_UINTFIELD(index, id, NAME, display, access, range, size, ...) \
+    uint32_t cache_##NAME##_P0[size] = {};
+#define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, range, size, ...) \
+    double cache_##NAME##_P0[size] = {};
+#include "catalogue.def"
+#undef PELAGON_PARAM_UINT
+#undef PELAGON_PARAM_ENUM
+#undef PELAGON_PARAM_UINT64
+#undef PELAGON_PARAM_DOUBLE
+#undef PELAGON_PARAM_STRING
+#undef PELAGON_PARAM_UINTFIELD
+#undef PELAGON_PARAM_DOUBLEFIELD
+
+    // Geometry and timing the camera simulator is actually programmed with.
+    uint32_t used_width_P0 = 0;
+    uint32_t used_line_gap_P0 = 0;
+    uint32_t used_height_P0 = 0;
+    uint32_t used_frame_gap_P0 = 0;
+    double max_pixelFrequency_P0 = 0.0;
+    double used_framerate_P0 = 0.0;
+    uint32_t previousBayer_P0 = 0;
+
+    // ---- Getters with a source other than the cache -------------------------
+    // (every other readable parameter reads its cache)
+    void get_sdk_param_FG_APPLET_VERSION_P0(uint32_t* value);
+    void get_sdk_param_FG_APPLET_ID_P0(char* value);
+    void get_sdk_param_FG_APPLET_BUILD_TIME_P0(char* value);
+    void get_sdk_param_FG_HAP_FILE_P0(char* value);
+    void get_sdk_param_FG_DMASTATUS_P0(uint32_t* value);
+    void get_sdk_param_FG_DIGIO_INPUT_P0(uint32_t* value);
+    void get_sdk_param_FG_TRIGGERCAMERA_INPUT_MONITOR_P0(uint32_t* value);
+    void get_sdk_param_FG_TRIGGERCAMERA_GPI_MONITOR_P0(uint32_t* value);
+    void get_sdk_param_FG_SYSTEMMONITOR_FPGA_TEMPERATURE_P0(double* value);
+    void get_sdk_param_FG_SYSTEMMONITOR_FPGA_VCC_INT_P0(double* value);
+    void get_sdk_param_FG_SYSTEMMONITOR_FPGA_VCC_AUX_P0(double* value);
+    void get_sdk_param_FG_SYSTEMMONITOR_BOARD_POWER_P0(double* value);
+    void get_sdk_param_FG_SYSTEMMONITOR_CXP_CHIP_TEMPERATURE_P0(double* value);
+    void get_sdk_param_FG_SYSTEMMONITOR_RAM_CHIP_TEMPERATURE_P0(double* value);
+    void get_sdk_param_FG_SYSTEMMONITOR_CXP_POWER_REGULATOR_TEMPERATURE_P0(double* value);
+    void get_sdk_param_FG_SYSTEMMONITOR_POWER_REGULATOR_TEMPERATURE_P0(double* value);
+    void get_sdk_param_FG_SYSTEMMONITOR_FPGA_DNA_P0(uint64_t* value);
+    void get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_CURRENT_P0(void* value, FgParamTypes type);
+    void get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_VOLTAGE_P0(void* value, FgParamTypes type);
+
+    // ---- Dispatch -----------------------------------------------------------
+    // Report failure by throwing an int error number.
+    void setParameterWithType(int id, const void* value, int dma, FgParamTypes type);
+    void getParameterWithType(int id, void* value, int dma, FgParamTypes type);
+
+    // ---- Design registers -------------------------------------------------
+    // One id member and one writer/reader pair per register of the design,
+    // all generated from the design description. A writer or reader with a
+    // null value throws -2070 when asked to throw; a refusal of the runtime
+    // is thrown as its own number when asked to throw and dropped otherwise.
+#define PELAGON_REGISTER(block, entry, kind, width, frac, count, access)                                  \
+    int zu_id_Device1_##block##_##entry = 0;                                                             \
+    void set_zu_param_Device1_##block##_##entry(const void* value, int index, int type, bool throwOnError) { \
+        writeRegister(zu_id_Device1_##block##_##entry, value, index, type, throwOnError);                \
+    }                                                                                                    \
+    void get_zu_param_Device1_##block##_##entry(void* value, int index, int type, bool throwOnError) {     \
+        readRegister(zu_id_Device1_##block##_##entry, value, index, type, throwOnError);                 \
+    }
+#include "pelagon_design.def"
+#undef PELAGON_REGISTER
+
+    // Looks every register id up by name through the runtime. Unknown names
+    // keep whatever the runtime answered; the failure shows at first access.
+    void retrieveIds();
+
+    // Sources for writing the constants 0 and 1 to a register.
+    const uint32_t constZero = 0;
+    const uint32_t constOne = 1;
+
+    // ---- Operations this single-DMA design does not offer -----------------
+    int processChannelToDma(int process, int channel) override;
+    int mapDmaToFormat(int dma) override;
+    int setDmaAlignment(int dma, int alignment) override;
+    int getDmaAlignment(int dma) override;
+
+    // ---- Runtime-facing operations -----------------------------------------
+    bool loadConfig(Fg_ConfigFileParser& parser) override;
+    bool saveConfig(Fg_ConfigFileParser& parser) override;
+    void createUserParameters() override;
+    int Fg_setParameterWithType(int id, const void* value, int dma, FgParamTypes type) override;
+    int Fg_getParameterWithType(int id, void* value, int dma, FgParamTypes type) override;
+    int Fg_getParameterIdByName(const char* name) override;
+    const char* Fg_getParameterName(int index) override;
+    int Fg_getParameterId(int index) override;
+    int Fg_getParameterCount() override;
+    uint64_t Fg_getEventMask(const char* name) override;
+    const char* Fg_getEventName(uint64_t mask) override;
+    const char* getManufacturer() override;
+    const char* getCameraType() override;
+    const char* getCameraVersion() override;
+    int getAppletID() override;
+
+private:
+    void addDirectRegisterAccess();
+    void addDirectZuAccess();
+    void writeRegister(int id, const void* value, int index, int type, bool throwOnError);
+    void readRegister(int id, void* value, int index, int type, bool throwOnError);
+};

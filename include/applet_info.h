@@ -1,0 +1,71 @@
+/* The information query an applet library answers without an instance. */
+#ifndef PELAGON_APPLET_INFO_H
+#define PELAGON_APPLET_INFO_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum AppletInfos {
+    GET_ISCAM_COLOR = 848,
+    GET_IS_SMART_APPLET = 1040,
+    GET_PNG_ICON = 1041,
+    GET_EMBEDDED_HAP = 1042,
+    GET_HAP_ID = 1043,
+    GET_BITSTREAM_ID = 1044,
+    GET_IS_ADVANCED_ACQUISITION_APPLET = 1045,
+    GET_NR_OF_PORTS = 1792,
+    GET_NR_OF_CAMS = 1872,
+    GET_NR_OF_DMAS = 1888,
+    GET_VERSION = 2048,
+    GET_HAP_NAME = 2160,
+    GET_BOARD_TYPE = 2176,
+    GET_PX_TYPE = 2192,
+    GET_IS_CUSTOM = 2560,
+    GET_IS_AREA = 2816,
+    GET_IS_MEDIUM = 3072,
+    GET_IS_FULL = 3328,
+    GET_INFO_DESCRIPTION = 4096,
+    GET_INFO_CATEGORY = 4112,
+    GET_INFO_TAGS = 4128,
+    GET_INFO_DEVICE_HANDLE = 4144,
+    GET_INFO_DESIGN_HANDLE = 4160,
+    GET_INFO_FRIENDLY_NAME = 4176,
+    GET_INFO_VERSIONSTRING = 4192,
+    GET_INFO_VERSIONSTRING_DETAIL = 4208,
+    GET_INFO_RESOLVE_ENUM = 4352,
+    GET_INFO_NR_OF_PROCESSES = 4608,
+    GET_INFO_NR_OF_PROCESS_CHANNELS = 4624,
+    GET_INFO_NR_OF_PROCESS_CAMERAS = 4640,
+    GET_INFO_PROCESS_CHANNEL_DMA = 4656,
+    GET_INFO_PROCESS_CAMERA_PORT = 4672,
+    GET_INFO_DMA_DIRECTION = 4688,
+    GET_INFO_DMA_DATATYPE = 4704
+};
+
+enum DmaDataType {
+    DMA_DATATYPE_UNDEFINED = 0,
+    DMA_DATATYPE_BINARY = 1,
+    DMA_DATATYPE_GRAY8 = 2,
+    DMA_DATATYPE_GRAY16 = 3,
+    DMA_DATATYPE_BLOB = 4,
+    DMA_DATATYPE_GRAY8_BLOB_COMBINED = 5,
+    DMA_DATATYPE_GRAY16_BLOB_COMBINED = 6,
+    DMA_DATATYPE_GRAY8_BLOBLIGHT_COMBINED = 7,
+    DMA_DATATYPE_RGB24 = 8,
+    DMA_DATATYPE_GRAY8_16 = 9,
+    DMA_DATATYPE_RGB24_48 = 10,
+    DMA_DATATYPE_GRAY8_LASERLINE_COMBINED = 11
+};
+
+/* Answers query `code`: a value, or 0 with the answer stored through an out
+ * pointer (never written when null), or a negative error number. */
+int Info(int code, int arg1, int arg2, uint64_t* out1, uint64_t* out2);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

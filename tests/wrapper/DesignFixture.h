@@ -1,0 +1,68 @@
+// A virtual board with the Pelagon design loaded and an applet instance bound
+// to it through the runtime, as Std_entry will set it up.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "applet/FgZuWrapperImpl.h"
+#include "hap_runtime.h"
+#include "vboard/vboard.h"
+
+inline std::vector<char> readDesignImage() {
+    std::ifstream in(PELAGON_DESIGN_IMAGE_PATH, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// One row of the design description, for tests that walk every register.
+struct DesignRegister {
+    int number;
+    std::string name;
+    char kind;
+    int width;
+    int frac;
+    int count;
+    bool writable;
+};
+
+inline std::vector<DesignRegister> designRegisters() {
+    std::vector<DesignRegister> rows;
+#define PELAGON_REGISTER(block, entry, kind, width, frac, count, access)                               \
+    rows.push_back({static_cast<int>(rows.size()) + 1, "Device1_" #block "_" #entry, #kind[0], width, \
+                    frac, count, std::string(#access) == "RW"});
+#include "pelagon_design.def"
+#undef PELAGON_REGISTER
+    return rows;
+}
+
+class DesignFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        board = vboard::createBoard();
+        const std::vector<char> image = readDesignImage();
+        ASSERT_FALSE(image.empty()) << "design image missing: " << PELAGON_DESIGN_IMAGE_PATH;
+        design = HapLoadDesignFromBuffer(image.data(), image.size(), 1);
+        ASSERT_NE(design, nullptr);
+        wrapper = std::make_unique<FgZuWrapperImpl>();
+        ASSERT_EQ(wrapper->initializeDllFunctions("libfglib5.so"), 0);
+        ASSERT_EQ(wrapper->runFgInit("Pelagon.hap", board, design, 0), 0);
+        wrapper->initHandles(board, design);  // the wrapper now owns the design
+        wrapper->retrieveIds();
+        vboard::clearJournal(board);
+    }
+
+    void TearDown() override {
+        if (wrapper && wrapper->fglibFg()) wrapper->wrapperFg()->DLL_Fg_FreeGrabber(wrapper->fglibFg());
+        wrapper.reset();
+        if (board) vboard::destroyBoard(board);
+    }
+
+    ZUdevice* board = nullptr;
+    fpga_design* design = nullptr;
+    std::unique_ptr<FgZuWrapperImpl> wrapper;
+};

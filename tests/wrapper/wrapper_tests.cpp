@@ -1,0 +1,221 @@
+// The wrapper base: runtime binding, handles, pass-through, events, field
+// caches and temporary files.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "DesignFixture.h"
+#include "pelagon_errors.h"
+#include "support/Fg_Error.h"
+
+namespace {
+
+bool fileExists(const char* name) {
+    struct stat st {};
+    return stat(name, &st) == 0;
+}
+
+}  // namespace
+
+TEST(WrapperBinding, MissingRuntimeLibraryIsReportedAndRecorded) {
+    FgZuWrapperImpl w;
+    EXPECT_EQ(w.Fg_getLastErrorNumber(), 0);
+    EXPECT_EQ(w.initializeDllFunctions("libdoes-not-exist.so"), PGN_ERR_RUNTIME_UNAVAILABLE);
+    EXPECT_EQ(w.Fg_getLastErrorNumber(), PGN_ERR_RUNTIME_UNAVAILABLE);
+    // Without a runtime nothing can be asked of it.
+    EXPECT_EQ(w.Fg_getLastErrorNumberZu(), PGN_ERR_READ_ONLY);
+    EXPECT_EQ(w.getParameterIdByName("Device1_Process0_Overflow_OverflowOccurred"), PGN_ERR_READ_ONLY);
+    uint32_t v = 0;
+    EXPECT_EQ(w.getUnwrappedParameterWithType(FG_RT_TIMEOUT, &v, 0, FG_PARAM_TYPE_UINT32_T), PGN_ERR_READ_ONLY);
+    EXPECT_EQ(w.getUnwrappedParameterInfo(), nullptr);
+}
+
+TEST(WrapperBinding, BindsEveryRuntimeFunctionByName) {
+    FgZuWrapperImpl w;
+    ASSERT_EQ(w.initializeDllFunctions("libfglib5.so"), 0);
+    const Fg_Struct* fns = w.wrapperFg();
+    EXPECT_EQ(fns->Master, nullptr);
+#define PELAGON_EXPECT_BOUND(name) EXPECT_NE(reinterpret_cast<void*>(fns->DLL_##name), nullptr) << #name;
+    PELAGON_BOUND_RUNTIME_FUNCTIONS(PELAGON_EXPECT_BOUND)
+#undef PELAGON_EXPECT_BOUND
+    // Bound but not yet initialised: there is no inner handle to call with.
+    EXPECT_EQ(w.fglibFg(), nullptr);
+    EXPECT_EQ(w.Fg_getLastErrorNumberZu(), PGN_ERR_READ_ONLY);
+}
+
+TEST(WrapperBinding, RefusedDesignReportsTheRuntimesReasonAndStoresNoHandles) {
+    ZUdevice* board = vboard::createBoard();
+    FgZuWrapperImpl w;
+    ASSERT_EQ(w.initializeDllFunctions("libfglib5.so"), 0);
+    vboard::failNextInit(-4711);
+    EXPECT_EQ(w.runFgInit("Pelagon.hap", board, nullptr, 0), -4711);
+    EXPECT_EQ(w.Fg_getLastErrorNumber(), -4711);
+    EXPECT_EQ(w.fglibFg(), nullptr);
+    EXPECT_NE(FgZuWrapper::accessDeviceHandle(nullptr), board);
+    vboard::destroyBoard(board);
+}
+
+using WrapperRuntime = DesignFixture;
+
+TEST_F(WrapperRuntime, RemembersTheLastBoardAndDesignProcessWide) {
+    EXPECT_EQ(FgZuWrapper::accessDeviceHandle(nullptr), board);
+    EXPECT_EQ(FgZuWrapper::accessDesignHandle(nullptr), design);
+    EXPECT_EQ(wrapper->boardHandle(), board);
+    EXPECT_EQ(wrapper->designHandle(), design);
+}
+
+TEST_F(WrapperRuntime, PassesTheRuntimesOwnParametersThrough) {
+    uint32_t timeout = 0;
+    ASSERT_EQ(wrapper->getUnwrappedParameterWithType(FG_RT_TIMEOUT, &timeout, 0, FG_PARAM_TYPE_UINT32_T), 0);
+    const uint32_t newTimeout = 42;
+    ASSERT_EQ(wrapper->setUnwrappedParameterWithType(FG_RT_TIMEOUT, &newTimeout, 0, FG_PARAM_TYPE_UINT32_T), 0);
+    ASSERT_EQ(wrapper->getUnwrappedParameter(FG_RT_TIMEOUT, &timeout, 0), 0);
+    EXPECT_EQ(timeout, 42u);
+
+    uint32_t dmas = 0;
+    ASSERT_EQ(wrapper->getUnwrappedParameterWithType(FG_RT_NR_OF_DMAS, &dmas, 0, FG_PARAM_TYPE_UINT32_T), 0);
+    EXPECT_EQ(dmas, 1u);
+    EXPECT_LT(wrapper->setUnwrappedParameter(FG_RT_NR_OF_DMAS, &dmas, 0), 0);
+    EXPECT_EQ(wrapper->Fg_getLastErrorNumberZu(), PGN_ERR_READ_ONLY);
+
+    RegisterInfo* tree = wrapper->getUnwrappedParameterInfo();
+    ASSERT_NE(tree, nullptr);
+    EXPECT_EQ(tree->format, REG_FORMAT_GROUP);
+}
+
+// The base answers event queries from the design itself (the applet class
+// answers from its maps instead).
+TEST_F(WrapperRuntime, BaseEventsComeFromTheDesignWithOneBitPerEvent) {
+    FgZuWrapper& base = *wrapper;
+    const uint64_t mask = base.FgZuWrapper::Fg_getEventMask("Device1_Process0_Overflow_Overflow");
+    ASSERT_NE(mask, 0u);
+    EXPECT_EQ(mask & (mask - 1), 0u) << "one bit";
+    EXPECT_STREQ(base.FgZuWrapper::Fg_getEventName(mask), "Device1_Process0_Overflow_Overflow");
+    EXPECT_EQ(base.FgZuWrapper::Fg_getEventMask("no such event"), 0u);
+    EXPECT_EQ(base.FgZuWrapper::Fg_getEventMask(nullptr), 0u);
+    EXPECT_EQ(base.FgZuWrapper::Fg_getEventName(3), nullptr);  // not a single bit
+    EXPECT_EQ(base.FgZuWrapper::Fg_getEventName(uint64_t{1} << 63), nullptr);
+}
+
+TEST(WrapperBase, ShadingIsNotOffered) {
+    FgZuWrapperImpl w;
+    EXPECT_EQ(w.Fg_AllocShading(0, 0), nullptr);
+    EXPECT_EQ(w.Fg_getLastErrorNumber(), -1);
+    EXPECT_EQ(w.Fg_FreeShading(nullptr), PGN_ERR_NOT_SUPPORTED);
+    EXPECT_EQ(w.Shad_GetMaxLine(nullptr), PGN_ERR_NOT_SUPPORTED);
+    EXPECT_EQ(w.Shad_WriteActLine(nullptr, 0), PGN_ERR_NOT_SUPPORTED);
+}
+
+TEST(WrapperBase, LastErrorIsRecordedAndReturnedInOneStep) {
+    FgZuWrapperImpl w;
+    EXPECT_EQ(w.setError(-6000), -6000);
+    EXPECT_EQ(w.Fg_getLastErrorNumber(), -6000);
+    EXPECT_EQ(w.fgError()->setErrLevel2(5, "x"), PGN_ERR_NOT_SUPPORTED);
+    EXPECT_EQ(w.Fg_getLastErrorNumber(), -6000);
+    EXPECT_EQ(w.Fg_getParameterInfo(0), nullptr);
+    EXPECT_EQ(w.Fg_getParameterInfo(7), nullptr);
+}
+
+TEST(WrapperFieldCache, CopiesSlicesByElementType) {
+    uint32_t cache32[8] = {};
+    uint32_t in32[3] = {7, 8, 9};
+    FieldParameterAccess a{};
+    a.vtype = FG_PARAM_TYPE_UINT32_T;
+    a.index = 2;
+    a.count = 3;
+    a.p.p_uint32_t = in32;
+    FgZuWrapper::setFieldCache(cache32, &a);
+    EXPECT_EQ(cache32[1], 0u);
+    EXPECT_EQ(cache32[2], 7u);
+    EXPECT_EQ(cache32[4], 9u);
+    EXPECT_EQ(cache32[5], 0u);
+
+    uint32_t out32[3] = {};
+    a.p.p_uint32_t = out32;
+    FgZuWrapper::getFieldCache(cache32, &a);
+    EXPECT_EQ(std::memcmp(out32, in32, sizeof in32), 0);
+
+    double cacheD[4] = {};
+    double inD[2] = {1.5, -2.25};
+    a.vtype = FG_PARAM_TYPE_DOUBLE;
+    a.index = 1;
+    a.count = 2;
+    a.p.p_double = inD;
+    FgZuWrapper::setFieldCache(cacheD, &a);
+    EXPECT_EQ(cacheD[1], 1.5);
+    EXPECT_EQ(cacheD[2], -2.25);
+    EXPECT_EQ(cacheD[3], 0.0);
+}
+
+TEST(WrapperFieldCache, UnknownElementTypeAndNullRecordsLeaveTheCacheAlone) {
+    uint32_t cache[4] = {1, 2, 3, 4};
+    uint32_t in[4] = {9, 9, 9, 9};
+    FieldParameterAccess a{};
+    a.vtype = FG_PARAM_TYPE_CHAR_PTR;
+    a.count = 4;
+    a.p.p_uint32_t = in;
+    FgZuWrapper::setFieldCache(cache, &a);
+    FgZuWrapper::setFieldCache(cache, static_cast<const FieldParameterAccess*>(nullptr));
+    FgZuWrapper::setFieldCache(cache, static_cast<const FieldParameterInt_s*>(nullptr));
+    EXPECT_EQ(cache[0], 1u);
+    EXPECT_EQ(cache[3], 4u);
+}
+
+TEST(WrapperFieldCache, SingleElementsGoToTheirIndex) {
+    uint32_t cache[4] = {};
+    const FieldParameterInt_s in{77, 3};
+    FgZuWrapper::setFieldCache(cache, &in);
+    FieldParameterInt_s out{0, 3};
+    FgZuWrapper::getFieldCache(cache, &out);
+    EXPECT_EQ(cache[3], 77u);
+    EXPECT_EQ(out.value, 77u);
+
+    double dcache[2] = {};
+    const FieldParameterDouble_s din{0.125, 1};
+    FgZuWrapper::setFieldCache(dcache, &din);
+    EXPECT_EQ(dcache[1], 0.125);
+}
+
+TEST(WrapperTempFile, TwoFilesInARowGetDifferentNames) {
+    char* first = FgZuWrapper::createTempFile();
+    char* second = FgZuWrapper::createTempFile();
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    EXPECT_STRNE(first, second);
+    for (const char* name : {first, second}) {
+        EXPECT_EQ(std::strncmp(name, "/tmp/coef-", 10), 0) << name;
+        EXPECT_EQ(std::strlen(name), std::strlen("/tmp/coef-XXXXXX.tiff")) << name;
+        EXPECT_STREQ(name + std::strlen(name) - 5, ".tiff");
+        EXPECT_TRUE(fileExists(name)) << name;
+    }
+    const std::string firstName = first;
+    FgZuWrapper::deleteTempFile(first);
+    FgZuWrapper::deleteTempFile(second);
+    EXPECT_FALSE(fileExists(firstName.c_str()));
+    FgZuWrapper::deleteTempFile(nullptr);
+}
+
+TEST(WrapperTempFile, TemplatesWithoutTheSixPlaceholdersAreRefused) {
+    char wrongPlace[] = "/tmp/coef-XXXXXX.tif";  // suffix of 5 would eat one X
+    EXPECT_EQ(pelagon::mkstemps(wrongPlace, 5), -1);
+    EXPECT_STREQ(wrongPlace, "/tmp/coef-XXXXXX.tif");
+    char tooShort[] = "XXXX.tiff";
+    EXPECT_EQ(pelagon::mkstemps(tooShort, 5), -1);
+    char noPlaceholders[] = "/tmp/coef-abcdef.tiff";
+    EXPECT_EQ(pelagon::mkstemps(noPlaceholders, 5), -1);
+    EXPECT_FALSE(fileExists("/tmp/coef-abcdef.tiff"));
+    EXPECT_EQ(pelagon::mkstemps(nullptr, 5), -1);
+}
+
+TEST(WrapperTempFile, NamesUseBase62DigitsOnly) {
+    char name[] = "/tmp/coef-XXXXXX.tiff";
+    const int fd = pelagon::mkstemps(name, 5);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    for (int i = 10; i < 16; ++i) EXPECT_TRUE(std::isalnum(static_cast<unsigned char>(name[i]))) << name;
+    unlink(name);
+}
