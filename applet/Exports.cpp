@@ -2,6 +2,7 @@
 // and the functions the runtime calls with its handle, which find the
 // instance in the handle's Master member.
 #include <cstdlib>
+#include <vector>
 
 #include "EmbeddedResources.h"
 #include "FgZuWrapperImpl.h"
@@ -15,6 +16,13 @@ namespace {
 constexpr const char* kDesignFileName = "Pelagon.hap";
 constexpr int kBoardType = 2647;
 constexpr int kCameraSimulatorPixelFrequencyId = 30106;
+
+// Instances whose design could not be loaded are kept, never freed: the
+// runtime gets no handle for them, and they stay reachable here.
+std::vector<FgZuWrapperImpl*>& keptInstances() {
+    static std::vector<FgZuWrapperImpl*> kept;
+    return kept;
+}
 
 FgZuWrapperImpl* instance(Fg_Struct* fg) {
     return fg ? static_cast<FgZuWrapperImpl*>(reinterpret_cast<FgZuWrapper*>(fg->Master)) : nullptr;
@@ -62,6 +70,7 @@ PELAGON_EXPORT Fg_Master* Std_entry(ZUdevice* board, int* error, int flags) {
                               : HapLoadDesignFromBuffer(pelagon_design_image, pelagonDesignImageSize(), 1);
     if (!design) {
         // The instance is deliberately left allocated on this path.
+        keptInstances().push_back(w);
         result = PGN_ERR_DESIGN_NOT_LOADED;
         return nullptr;
     }

@@ -93,6 +93,56 @@ public:
     void get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_CURRENT_P0(void* value, FgParamTypes type);
     void get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_VOLTAGE_P0(void* value, FgParamTypes type);
 
+    // ---- Region of interest, formats, time-out, image selector, buffer -------
+    // (AcquisitionPath.cpp) Setters validate, cache, write the registers, update
+    // the dependants; an int error restores the cache and is rethrown only
+    // when throwOnError is set.
+    void set_sdk_param_FG_WIDTH_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_HEIGHT_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_XOFFSET_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_YOFFSET_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_PIXELFORMAT_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_FORMAT_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_BITALIGNMENT_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_CXP_TRIGGER_PACKET_MODE_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_TIMEOUT_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_IMG_SELECT_PERIOD_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_IMG_SELECT_P0(uint32_t value, bool throwOnError);
+    void get_sdk_param_FG_FILLLEVEL_P0(uint32_t* value);
+    void get_sdk_param_FG_OVERFLOW_P0(uint32_t* value);
+    void get_sdk_param_FG_CAMSTATUS_EXTENDED_P0(uint32_t* value);
+
+    // ---- Camera simulator (CameraSimulator.cpp) -----------------------------
+    void set_sdk_param_FG_CAMERASIMULATOR_ENABLE_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_WIDTH_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_LINE_GAP_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_HEIGHT_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_FRAME_GAP_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_PATTERN_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_PATTERN_OFFSET_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_ROLL_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_SELECT_MODE_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_PIXEL_FREQUENCY_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_LINERATE_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_FRAMERATE_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_CAMERASIMULATOR_TRIGGER_MODE_P0(uint32_t value, bool throwOnError);
+    void get_sdk_param_FG_CAMERASIMULATOR_WIDTH_P0(uint32_t* value);
+    void get_sdk_param_FG_CAMERASIMULATOR_LINE_GAP_P0(uint32_t* value);
+    void get_sdk_param_FG_CAMERASIMULATOR_FRAME_GAP_P0(uint32_t* value);
+    void get_sdk_param_FG_CAMERASIMULATOR_ACTIVE_P0(uint32_t* value);
+    void get_sdk_param_FG_CAMERASIMULATOR_PASSIVE_P0(uint32_t* value);
+    void get_sdk_param_FG_CAMERASIMULATOR_PIXEL_FREQUENCY_P0(double* value);
+    void get_sdk_param_FG_CAMERASIMULATOR_LINERATE_P0(double* value);
+    void get_sdk_param_FG_CAMERASIMULATOR_FRAMERATE_P0(double* value);
+    // Programs width and line gap (each rounded up to 12 pixels) into the generator.
+    void setWidth_P0(uint32_t width, uint32_t gap);
+    void update_dynamic_range_FG_CAMERASIMULATOR_WIDTH_P0();
+    void update_dynamic_range_FG_CAMERASIMULATOR_HEIGHT_P0();
+
+    // The published record of parameter `id` on port 0; null when there is
+    // none (the map keeps an empty entry for it then).
+    RegisterInfo* publishedRecord(int id) { return register_info_map[0][id]; }
+
     // ---- Dispatch -----------------------------------------------------------
     // Report failure by throwing an int error number.
     void setParameterWithType(int id, const void* value, int dma, FgParamTypes type);
@@ -146,6 +196,11 @@ public:
     int getAppletID() override;
 
 private:
+    // Writes the Bayer phase of the current pixel format and offsets to both stages.
+    void writeBayerPhase();
+    // Re-publishes the upper limit of an unsigned parameter.
+    void publishMaximum(int id, uint32_t maximum);
+    uint32_t readFillLevel();
     void addDirectRegisterAccess();
     void addDirectZuAccess();
     void writeRegister(int id, const void* value, int index, int type, bool throwOnError);
