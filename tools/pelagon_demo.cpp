@@ -1,76 +1,121 @@
-// Demonstration on the virtual board: loads the Pelagon design image, binds
-// the applet's register access to the frame grabber runtime, programs a
-// region of interest and shows what reached the board.
-#include <cstdio>
-#include <fstream>
-#include <iterator>
-#include <vector>
+// Demonstration on the virtual board: loads libPelagon.so the way the frame
+// grabber runtime does, asks it about itself, creates an instance for a
+// virtual board, programs a region of interest and the camera simulator
+// through the applet's parameter interface, reads the board's sensors, and
+// shows which design registers the applet wrote.
+#include <dlfcn.h>
+#include <linux/limits.h>
+#include <unistd.h>
 
-#include "applet/FgZuWrapperImpl.h"
-#include "hap_runtime.h"
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "applet_info.h"
+#include "fg_api.h"
 #include "vboard/vboard.h"
 
 namespace {
 
-int fail(const char* what, int code) {
-    std::fprintf(stderr, "pelagon-demo: %s (error %d)\n", what, code);
-    return 1;
+struct Applet {
+    decltype(&::Info) Info;
+    decltype(&::Std_entry) Std_entry;
+    decltype(&::Fg_FreeGrabber) Fg_FreeGrabber;
+    decltype(&::Fg_setParameterWithType) Fg_setParameterWithType;
+    decltype(&::Fg_getParameterWithType) Fg_getParameterWithType;
+    decltype(&::Fg_getParameterIdByName) Fg_getParameterIdByName;
+    decltype(&::Fg_getNrOfParameter) Fg_getNrOfParameter;
+};
+
+// The applet sits in ../lib beside this program's folder unless named.
+std::string defaultAppletPath() {
+    char self[PATH_MAX] = {};
+    const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+    std::string dir = n > 0 ? std::string(self, static_cast<size_t>(n)) : std::string("./pelagon-demo");
+    dir = dir.substr(0, dir.find_last_of('/'));
+    return dir + "/../lib/libPelagon.so";
 }
+
+template <typename T>
+bool bind(void* lib, const char* name, T& fn) {
+    fn = reinterpret_cast<T>(dlsym(lib, name));
+    if (!fn) std::fprintf(stderr, "pelagon-demo: the applet does not export %s\n", name);
+    return fn != nullptr;
+}
+
+const char* text(uint64_t address) { return reinterpret_cast<const char*>(static_cast<uintptr_t>(address)); }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const char* imagePath = argc > 1 ? argv[1] : PELAGON_DESIGN_IMAGE_PATH;
-    std::ifstream in(imagePath, std::ios::binary);
-    const std::vector<char> image{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    if (image.empty()) return fail("cannot read the design image", -5001);
+    const std::string path = argc > 1 ? argv[1] : defaultAppletPath();
+    void* lib = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!lib) {
+        std::fprintf(stderr, "pelagon-demo: cannot load %s: %s\n", path.c_str(), dlerror());
+        return 1;
+    }
+    Applet a{};
+    if (!bind(lib, "Info", a.Info) || !bind(lib, "Std_entry", a.Std_entry) ||
+        !bind(lib, "Fg_FreeGrabber", a.Fg_FreeGrabber) ||
+        !bind(lib, "Fg_setParameterWithType", a.Fg_setParameterWithType) ||
+        !bind(lib, "Fg_getParameterWithType", a.Fg_getParameterWithType) ||
+        !bind(lib, "Fg_getParameterIdByName", a.Fg_getParameterIdByName) ||
+        !bind(lib, "Fg_getNrOfParameter", a.Fg_getNrOfParameter))
+        return 1;
 
-    fpga_design* design = HapLoadDesignFromBuffer(image.data(), image.size(), 1);
-    if (!design) return fail("the design runtime refused the image", -100);
-    std::printf("design image %s: %zu bytes, %d register parameters\n", imagePath, image.size(),
-                HapGetNrOfRegister(design));
+    uint64_t size = 0, address = 0;
+    a.Info(GET_INFO_FRIENDLY_NAME, 0, 0, nullptr, &address);
+    std::printf("applet %s", text(address));
+    a.Info(GET_INFO_VERSIONSTRING_DETAIL, 0, 0, nullptr, &address);
+    std::printf(" version %s", text(address));
+    a.Info(GET_EMBEDDED_HAP, 0, 0, &size, &address);
+    std::printf(", design image of %llu bytes inside\n", static_cast<unsigned long long>(size));
 
     ZUdevice* board = vboard::createBoard();
-    int status = 0;
-    {
-        FgZuWrapperImpl applet;
-        if (int rc = applet.initializeDllFunctions("libfglib5.so"); rc != 0) return fail("no runtime", rc);
-        if (int rc = applet.runFgInit("Pelagon.hap", board, design, 0); rc != 0) return fail("design refused", rc);
-        applet.initHandles(board, design);
-        applet.retrieveIds();
-        std::printf("runtime bound, inner handle created, register ids resolved\n");
-
-        const uint32_t width = 1024, height = 768, xOffset = 64, yOffset = 8;
-        try {
-            applet.set_zu_param_Device1_Process0_Buffer_0_DRAM_A_0_XLength(&width, 0, FG_PARAM_TYPE_UINT32_T, true);
-            applet.set_zu_param_Device1_Process0_Buffer_0_DRAM_A_1_XLength(&width, 0, FG_PARAM_TYPE_UINT32_T, true);
-            applet.set_zu_param_Device1_Process0_Buffer_0_DRAM_A_0_YLength(&height, 0, FG_PARAM_TYPE_UINT32_T, true);
-            applet.set_zu_param_Device1_Process0_Buffer_0_DRAM_A_1_YLength(&height, 0, FG_PARAM_TYPE_UINT32_T, true);
-            applet.set_zu_param_Device1_Process0_Buffer_0_DRAM_A_0_XOffset(&xOffset, 0, FG_PARAM_TYPE_UINT32_T, true);
-            applet.set_zu_param_Device1_Process0_Buffer_0_DRAM_A_1_XOffset(&xOffset, 0, FG_PARAM_TYPE_UINT32_T, true);
-            applet.set_zu_param_Device1_Process0_Buffer_0_DRAM_A_0_YOffset(&yOffset, 0, FG_PARAM_TYPE_UINT32_T, true);
-            applet.set_zu_param_Device1_Process0_Buffer_0_DRAM_A_1_YOffset(&yOffset, 0, FG_PARAM_TYPE_UINT32_T, true);
-            // A width the buffer cannot hold is refused by the board.
-            const uint32_t tooWide = 40000;
-            applet.set_zu_param_Device1_Process0_Buffer_0_DRAM_A_0_XLength(&tooWide, 0, FG_PARAM_TYPE_UINT32_T, true);
-        } catch (int error) {
-            std::printf("write of 40000 to an X length refused with %d, as a 15-bit register must\n", error);
-        }
-
-        double temperature = 0;
-        applet.get_zu_param_Device1_Process0_BoardStatus_FpgaTemperature(&temperature, 0, FG_PARAM_TYPE_DOUBLE, false);
-        char uid[64] = {};
-        applet.get_zu_param_Device1_Process0_AppletProperties_AppletUid(uid, 0, FG_PARAM_TYPE_CHAR_PTR, false);
-        std::printf("applet uid %s, FPGA at %.1f degrees Celsius\n", uid, temperature);
-
-        std::printf("register writes journaled by the board:\n");
-        for (const vboard::JournalEntry& e : vboard::journal(board))
-            std::printf("  %-45s [%u] = %llu\n", e.name.c_str(), e.element, static_cast<unsigned long long>(e.u));
-        if (vboard::journal(board).size() != 8) status = 1;
-
-        if (applet.fglibFg()) applet.wrapperFg()->DLL_Fg_FreeGrabber(applet.fglibFg());
+    Fg_Struct* fg = static_cast<Fg_Struct*>(std::calloc(1, sizeof(Fg_Struct)));
+    int error = 0;
+    fg->Master = a.Std_entry(board, &error, 0);
+    if (!fg->Master) {
+        std::fprintf(stderr, "pelagon-demo: the applet refused to start: error %d\n", error);
+        return 1;
     }
+    std::printf("instance created on a virtual board: %d parameters\n", a.Fg_getNrOfParameter(fg));
+    vboard::clearJournal(board);
+
+    auto set = [&](const char* name, uint32_t value) {
+        const int rc = a.Fg_setParameterWithType(fg, a.Fg_getParameterIdByName(fg, name), &value, 0,
+                                                 FG_PARAM_TYPE_UINT32_T);
+        std::printf("  set %-28s %8u -> %s (%d)\n", name, value, rc == 0 ? "ok" : "refused", rc);
+        return rc;
+    };
+    std::printf("region of interest and formats:\n");
+    set("FG_WIDTH", 1920);
+    set("FG_HEIGHT", 1080);
+    set("FG_XOFFSET", 64);
+    set("FG_YOFFSET", 1);
+    set("FG_PIXELFORMAT", 0x313);  // BayerGR12
+    set("FG_FORMAT", 5);           // 30-bit colour
+    set("FG_WIDTH", 1000);         // not a multiple of 16
+    set("FG_WIDTH", 16384);        // does not fit beside the x offset
+
+    double temperature = 0;
+    uint64_t dna = 0;
+    char uid[64] = {};
+    a.Fg_getParameterWithType(fg, a.Fg_getParameterIdByName(fg, "FG_SYSTEMMONITOR_FPGA_TEMPERATURE"), &temperature,
+                              0, FG_PARAM_TYPE_DOUBLE);
+    a.Fg_getParameterWithType(fg, a.Fg_getParameterIdByName(fg, "FG_SYSTEMMONITOR_FPGA_DNA"), &dna, 0,
+                              FG_PARAM_TYPE_UINT64_T);
+    a.Fg_getParameterWithType(fg, a.Fg_getParameterIdByName(fg, "FG_APPLET_ID"), uid, 0, FG_PARAM_TYPE_CHAR_PTR);
+    std::printf("board: FPGA at %.1f degrees Celsius, DNA %014llx, applet id %s\n", temperature,
+                static_cast<unsigned long long>(dna), uid);
+
+    std::printf("design registers written:\n");
+    for (const vboard::JournalEntry& e : vboard::journal(board))
+        std::printf("  %-58s = %llu\n", e.name.c_str(), static_cast<unsigned long long>(e.u));
+
+    const int rc = a.Fg_FreeGrabber(fg);
+    std::free(fg);
     vboard::destroyBoard(board);
-    std::printf(status == 0 ? "demo finished\n" : "demo: unexpected journal\n");
-    return status;
+    std::printf("instance freed (%d)\n", rc);
+    return rc == 0 ? 0 : 1;
 }

@@ -11,33 +11,13 @@
 #include <vector>
 
 #include "applet/FgZuWrapperImpl.h"
+#include "design_rows.h"
 #include "hap_runtime.h"
 #include "vboard/vboard.h"
 
 inline std::vector<char> readDesignImage() {
     std::ifstream in(PELAGON_DESIGN_IMAGE_PATH, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-// One row of the design description, for tests that walk every register.
-struct DesignRegister {
-    int number;
-    std::string name;
-    char kind;
-    int width;
-    int frac;
-    int count;
-    bool writable;
-};
-
-inline std::vector<DesignRegister> designRegisters() {
-    std::vector<DesignRegister> rows;
-#define PELAGON_REGISTER(block, entry, kind, width, frac, count, access)                               \
-    rows.push_back({static_cast<int>(rows.size()) + 1, "Device1_" #block "_" #entry, #kind[0], width, \
-                    frac, count, std::string(#access) == "RW"});
-#include "pelagon_design.def"
-#undef PELAGON_REGISTER
-    return rows;
 }
 
 class DesignFixture : public ::testing::Test {
