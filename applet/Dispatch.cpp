@@ -122,14 +122,7 @@ const Handler kHandlers[] = {
     PELAGON_FIELD_HANDLER(id, NAME, access, FieldParameterDouble_s)
 #define PELAGON_RUNTIME_PARAM(index, id, NAME) PELAGON_RUNTIME_HANDLER(id)
 #include "catalogue.def"
-#undef PELAGON_PARAM_UINT
-#undef PELAGON_PARAM_ENUM
-#undef PELAGON_PARAM_UINT64
-#undef PELAGON_PARAM_DOUBLE
-#undef PELAGON_PARAM_STRING
-#undef PELAGON_PARAM_UINTFIELD
-#undef PELAGON_PARAM_DOUBLEFIELD
-#undef PELAGON_RUNTIME_PARAM
+#include "CatalogueUndef.h"
 };
 
 const Handler* findHandler(int id) {

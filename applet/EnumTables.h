@@ -17,9 +17,7 @@ struct Row {
 #define PELAGON_ENUM_ROW(table, display, value, symbol) {display, value, #symbol},
 #define PELAGON_ENUM_TABLE_END(table) };
 #include "catalogue.def"
-#undef PELAGON_ENUM_TABLE_BEGIN
-#undef PELAGON_ENUM_ROW
-#undef PELAGON_ENUM_TABLE_END
+#include "CatalogueUndef.h"
 
 // True when `value` is one of the table's values.
 template <size_t N>

@@ -121,16 +121,9 @@ void FgZuWrapperImpl::initInternalMaps() {
 #define PELAGON_PARAM_DOUBLEFIELD PELAGON_PARAM_UINTFIELD
 #define PELAGON_RUNTIME_PARAM(index, id, NAME) PELAGON_NAMED(index, id, NAME)
 #include "catalogue.def"
+#include "CatalogueUndef.h"
 #undef PELAGON_NAMED
 #undef PELAGON_DESCRIBED
-#undef PELAGON_PARAM_UINT
-#undef PELAGON_PARAM_UINT64
-#undef PELAGON_PARAM_DOUBLE
-#undef PELAGON_PARAM_ENUM
-#undef PELAGON_PARAM_STRING
-#undef PELAGON_PARAM_UINTFIELD
-#undef PELAGON_PARAM_DOUBLEFIELD
-#undef PELAGON_RUNTIME_PARAM
 
     // Events: bit i of a mask is the design's event i; only events delivered
     // to applications are named.
@@ -147,11 +140,11 @@ void FgZuWrapperImpl::initInternalMaps() {
     for (int i = 0; i < events && i < 64; ++i) {
         const hap_event_data* event = HapGetEvent(design, i);
         if (!event || !event->name || std::strcmp(event->name, kOverflowEvent) != 0) continue;
+        // Each map keeps an entry it already has: the mask of a delivered
+        // overflow event keeps naming the design's own event.
         const uint64_t overflowMask = uint64_t{1} << i;
-        if (!map_event_name_event_id.count(kOverflowSdkEvent) && !map_event_id_event_name.count(overflowMask)) {
-            map_event_name_event_id[kOverflowSdkEvent] = overflowMask;
-            map_event_id_event_name[overflowMask] = kOverflowSdkEvent;
-        }
+        map_event_name_event_id.emplace(kOverflowSdkEvent, overflowMask);
+        map_event_id_event_name.emplace(overflowMask, kOverflowSdkEvent);
         break;
     }
 }
@@ -198,15 +191,7 @@ void FgZuWrapperImpl::createUserParameters() {
     records[id] =                                                                                                  \
         info->addInfoDoubleField(parent(), display, #NAME, size, from, to, step, access, range, 1, unit, id, 0);
 #include "catalogue.def"
-#undef PELAGON_GROUP_BEGIN
-#undef PELAGON_GROUP_END
-#undef PELAGON_PARAM_UINT
-#undef PELAGON_PARAM_UINT64
-#undef PELAGON_PARAM_DOUBLE
-#undef PELAGON_PARAM_ENUM
-#undef PELAGON_PARAM_STRING
-#undef PELAGON_PARAM_UINTFIELD
-#undef PELAGON_PARAM_DOUBLEFIELD
+#include "CatalogueUndef.h"
 
     if (draEnabled) addDirectRegisterAccess();
     if (dzuaEnabled) addDirectZuAccess();
@@ -312,53 +297,46 @@ void FgZuWrapperImpl::addDirectZuAccess() {
     for (const RegisterInfo* r = getUnwrappedParameterInfo(); r; r = r->next) mirror(mirror, top, r, 0);
 }
 
+// Looks `key` up and records the outcome as the last error: 0 when found,
+// -2070 when not.
+template <typename Map>
+const typename Map::mapped_type* FgZuWrapperImpl::lookupRecorded(const Map& map, const typename Map::key_type& key) {
+    const auto it = map.find(key);
+    setError(it == map.end() ? PGN_ERR_INVALID_ARGUMENT : 0);
+    return it == map.end() ? nullptr : &it->second;
+}
+
 int FgZuWrapperImpl::Fg_getParameterIdByName(const char* name) {
     if (!name || !*name) return PGN_ERR_INVALID_ARGUMENT;
-    const auto it = map_parameter_name_parameter_id.find(name);
-    if (it == map_parameter_name_parameter_id.end()) return setError(PGN_ERR_INVALID_ARGUMENT);
-    setError(0);
-    return it->second;
+    const int32_t* id = lookupRecorded(map_parameter_name_parameter_id, name);
+    return id ? *id : PGN_ERR_INVALID_ARGUMENT;
 }
 
 const char* FgZuWrapperImpl::Fg_getParameterName(int index) {
-    const auto it = map_parameter_index_parameter_name.find(index);
-    if (it == map_parameter_index_parameter_name.end()) {
-        setError(PGN_ERR_INVALID_ARGUMENT);
-        return nullptr;
-    }
-    setError(0);
-    return it->second.c_str();
+    const std::string* name = lookupRecorded(map_parameter_index_parameter_name, index);
+    return name ? name->c_str() : nullptr;
 }
 
 int FgZuWrapperImpl::Fg_getParameterId(int index) {
-    const auto name = map_parameter_index_parameter_name.find(index);
-    if (name == map_parameter_index_parameter_name.end()) return setError(PGN_ERR_INVALID_ARGUMENT);
-    const auto id = map_parameter_name_parameter_id.find(name->second);
-    if (id == map_parameter_name_parameter_id.end()) return setError(PGN_ERR_INVALID_ARGUMENT);
-    setError(0);
-    return id->second;
+    const std::string* name = lookupRecorded(map_parameter_index_parameter_name, index);
+    const int32_t* id = name ? lookupRecorded(map_parameter_name_parameter_id, *name) : nullptr;
+    return id ? *id : PGN_ERR_INVALID_ARGUMENT;
 }
 
 int FgZuWrapperImpl::Fg_getParameterCount() { return static_cast<int>(map_parameter_index_parameter_name.size()); }
 
 uint64_t FgZuWrapperImpl::Fg_getEventMask(const char* name) {
-    const auto it = name ? map_event_name_event_id.find(name) : map_event_name_event_id.end();
-    if (it == map_event_name_event_id.end()) {
+    if (!name) {
         setError(PGN_ERR_INVALID_ARGUMENT);
         return 0;
     }
-    setError(0);
-    return it->second;
+    const uint64_t* mask = lookupRecorded(map_event_name_event_id, name);
+    return mask ? *mask : 0;
 }
 
 const char* FgZuWrapperImpl::Fg_getEventName(uint64_t mask) {
-    const auto it = map_event_id_event_name.find(mask);
-    if (it == map_event_id_event_name.end()) {
-        setError(PGN_ERR_INVALID_ARGUMENT);
-        return nullptr;
-    }
-    setError(0);
-    return it->second.c_str();
+    const std::string* name = lookupRecorded(map_event_id_event_name, mask);
+    return name ? name->c_str() : nullptr;
 }
 
 // Configuration files are not wired in yet.

@@ -54,13 +54,7 @@ public:
 #define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, range, size, ...) \
     double cache_##NAME##_P0[size] = {};
 #include "catalogue.def"
-#undef PELAGON_PARAM_UINT
-#undef PELAGON_PARAM_ENUM
-#undef PELAGON_PARAM_UINT64
-#undef PELAGON_PARAM_DOUBLE
-#undef PELAGON_PARAM_STRING
-#undef PELAGON_PARAM_UINTFIELD
-#undef PELAGON_PARAM_DOUBLEFIELD
+#include "CatalogueUndef.h"
 
     // Geometry and timing the camera simulator is actually programmed with.
     uint32_t used_width_P0 = 0;
@@ -201,6 +195,8 @@ private:
     // Re-publishes the upper limit of an unsigned parameter.
     void publishMaximum(int id, uint32_t maximum);
     uint32_t readFillLevel();
+    template <typename Map>
+    const typename Map::mapped_type* lookupRecorded(const Map& map, const typename Map::key_type& key);
     void addDirectRegisterAccess();
     void addDirectZuAccess();
     void writeRegister(int id, const void* value, int index, int type, bool throwOnError);

@@ -47,10 +47,10 @@ int resolveEnum(const uint64_t* out1) {
     if (map_enum_name_enum_value.empty()) {
 #define PELAGON_ENUM_ROW(table, display, value, symbol) map_enum_name_enum_value.emplace(#symbol, value);
 #include "catalogue.def"
-#undef PELAGON_ENUM_ROW
+#include "CatalogueUndef.h"
     }
-    const char* name = reinterpret_cast<const char*>(static_cast<uintptr_t>(*out1));
-    if (!name) return PGN_ERR_INVALID_ARGUMENT;
+    // The out pointer is the symbol's name itself.
+    const char* name = reinterpret_cast<const char*>(out1);
     const auto it = map_enum_name_enum_value.find(name);
     return it == map_enum_name_enum_value.end() ? PGN_ERR_INVALID_ARGUMENT : it->second;
 }
