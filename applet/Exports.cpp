@@ -20,8 +20,9 @@ constexpr int kCameraSimulatorPixelFrequencyId = 30106;
 // Instances whose design could not be loaded are kept, never freed: the
 // runtime gets no handle for them, and they stay reachable here.
 std::vector<FgZuWrapperImpl*>& keptInstances() {
-    static std::vector<FgZuWrapperImpl*> kept;
-    return kept;
+    // Never destroyed, so the kept instances stay reachable even at exit.
+    static auto* kept = new std::vector<FgZuWrapperImpl*>;
+    return *kept;
 }
 
 FgZuWrapperImpl* instance(Fg_Struct* fg) {
