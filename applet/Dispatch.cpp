@@ -37,6 +37,7 @@ template <typename Single, typename Element, size_t N>
 void getFieldFromCache(const Element (&cache)[N], void* value, FgParamTypes type) {
     if (type == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
         auto* access = static_cast<FieldParameterAccess*>(value);
+        if (!access->p.p_uint32_t) refuse(PGN_ERR_INVALID_ARGUMENT);
         checkRange(access->index, access->count, N);
         FgZuWrapper::getFieldCache(cache, access);
     } else {

@@ -141,7 +141,7 @@ void FgZuWrapper::setFieldCache(void* cache, const FieldParameterInt_s* field) {
 }
 
 void FgZuWrapper::setFieldCache(void* cache, const FieldParameterAccess* field) {
-    if (!cache || !field) return;
+    if (!cache || !field || !field->p.p_uint32_t) return;
     switch (field->vtype) {
         case FG_PARAM_TYPE_INT32_T:
         case FG_PARAM_TYPE_UINT32_T:
@@ -170,7 +170,7 @@ void FgZuWrapper::getFieldCache(const void* cache, FieldParameterInt_s* field) {
 }
 
 void FgZuWrapper::getFieldCache(const void* cache, FieldParameterAccess* field) {
-    if (!cache || !field) return;
+    if (!cache || !field || !field->p.p_uint32_t) return;
     switch (field->vtype) {
         case FG_PARAM_TYPE_INT32_T:
         case FG_PARAM_TYPE_UINT32_T:

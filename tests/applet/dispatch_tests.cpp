@@ -281,3 +281,34 @@ TEST(AppletDispatch, DirectZuAccessNeedsAYesValue) {
     ASSERT_TRUE(host.ok());
     EXPECT_NE(boundary::topLevelGroup(host.api.Fg_getParameterInfo(host.fg, 0), "Direct ZU Access"), nullptr);
 }
+
+// Array parameters read from their cache take a range record or one element,
+// and refuse what lies outside the array or names no array at all.
+TEST(AppletDispatchFields, ArrayReadsCheckTheirRecords) {
+    AppletHost host;
+    ASSERT_TRUE(host.ok());
+    constexpr int kRedLut = 300009;
+    uint32_t values[4] = {9, 9, 9, 9};
+    FieldParameterAccess access{};
+    access.vtype = FG_PARAM_TYPE_UINT32_T;
+    access.index = 4092;
+    access.count = 4;
+    access.p.p_uint32_t = values;
+    EXPECT_EQ(host.api.Fg_getParameterWithType(host.fg, kRedLut, &access, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS), 0);
+    EXPECT_EQ(values[3], 0u) << "the power-on table is zero";
+
+    access.index = 4093;
+    EXPECT_EQ(host.api.Fg_getParameterWithType(host.fg, kRedLut, &access, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS),
+              PGN_ERR_INVALID_ARGUMENT);
+    access.index = 0;
+    access.p.p_uint32_t = nullptr;
+    EXPECT_EQ(host.api.Fg_getParameterWithType(host.fg, kRedLut, &access, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS),
+              PGN_ERR_INVALID_ARGUMENT);
+
+    FieldParameterInt_s element{7, 4096};
+    EXPECT_EQ(host.api.Fg_getParameterWithType(host.fg, kRedLut, &element, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT),
+              PGN_ERR_INVALID_ARGUMENT);
+    element.index = 4095;
+    EXPECT_EQ(host.api.Fg_getParameterWithType(host.fg, kRedLut, &element, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT), 0);
+    EXPECT_EQ(element.value, 0u);
+}

@@ -161,6 +161,10 @@ TEST(WrapperFieldCache, UnknownElementTypeAndNullRecordsLeaveTheCacheAlone) {
     FgZuWrapper::setFieldCache(cache, &a);
     FgZuWrapper::setFieldCache(cache, static_cast<const FieldParameterAccess*>(nullptr));
     FgZuWrapper::setFieldCache(cache, static_cast<const FieldParameterInt_s*>(nullptr));
+    a.vtype = FG_PARAM_TYPE_UINT32_T;
+    a.p.p_uint32_t = nullptr;  // a record without an array
+    FgZuWrapper::setFieldCache(cache, &a);
+    FgZuWrapper::getFieldCache(cache, &a);
     EXPECT_EQ(cache[0], 1u);
     EXPECT_EQ(cache[3], 4u);
 }
