@@ -85,7 +85,7 @@ int main(int argc, char** argv) {
     auto set = [&](const char* name, uint32_t value) {
         const int rc = a.Fg_setParameterWithType(fg, a.Fg_getParameterIdByName(fg, name), &value, 0,
                                                  FG_PARAM_TYPE_UINT32_T);
-        std::printf("  set %-28s %8u -> %s (%d)\n", name, value, rc == 0 ? "ok" : "refused", rc);
+        std::printf("  set %-34s %10u -> %s (%d)\n", name, value, rc == 0 ? "ok" : "refused", rc);
         return rc;
     };
     std::printf("region of interest and formats:\n");
@@ -97,6 +97,25 @@ int main(int argc, char** argv) {
     set("FG_FORMAT", 5);           // 30-bit colour
     set("FG_WIDTH", 1000);         // not a multiple of 16
     set("FG_WIDTH", 16384);        // does not fit beside the x offset
+
+    auto setDouble = [&](const char* name, double value) {
+        const int rc = a.Fg_setParameterWithType(fg, a.Fg_getParameterIdByName(fg, name), &value, 0,
+                                                 FG_PARAM_TYPE_DOUBLE);
+        std::printf("  set %-34s %10.3f -> %s (%d)\n", name, value, rc == 0 ? "ok" : "refused", rc);
+    };
+    auto getDouble = [&](const char* name) {
+        double value = 0;
+        a.Fg_getParameterWithType(fg, a.Fg_getParameterIdByName(fg, name), &value, 0, FG_PARAM_TYPE_DOUBLE);
+        return value;
+    };
+    std::printf("camera simulator in frame-rate mode:\n");
+    set("FG_CAMERASIMULATOR_ENABLE", 1);
+    set("FG_CAMERASIMULATOR_SELECT_MODE", 2);
+    set("FG_CAMERASIMULATOR_WIDTH", 1020);
+    set("FG_CAMERASIMULATOR_HEIGHT", 1000);
+    setDouble("FG_CAMERASIMULATOR_FRAMERATE", 2000.0);  // above 1.5e9 / (1032 x 1000)
+    setDouble("FG_CAMERASIMULATOR_FRAMERATE", 1000.0);
+    std::printf("  the generator runs at %.3f frames/s\n", getDouble("FG_CAMERASIMULATOR_FRAMERATE"));
 
     double temperature = 0;
     uint64_t dna = 0;
