@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <type_traits>
 
 #include "applet_info.h"
 #include "fg_api.h"
@@ -82,39 +83,36 @@ int main(int argc, char** argv) {
     std::printf("instance created on a virtual board: %d parameters\n", a.Fg_getNrOfParameter(fg));
     vboard::clearJournal(board);
 
-    auto set = [&](const char* name, uint32_t value) {
+    // Integer parameters take 32-bit values, floating ones doubles.
+    auto set = [&](const char* name, auto value) {
+        constexpr bool isDouble = std::is_same_v<decltype(value), double>;
         const int rc = a.Fg_setParameterWithType(fg, a.Fg_getParameterIdByName(fg, name), &value, 0,
-                                                 FG_PARAM_TYPE_UINT32_T);
-        std::printf("  set %-34s %10u -> %s (%d)\n", name, value, rc == 0 ? "ok" : "refused", rc);
-        return rc;
+                                                 isDouble ? FG_PARAM_TYPE_DOUBLE : FG_PARAM_TYPE_UINT32_T);
+        std::printf("  set %-34s %10.10g -> %s (%d)\n", name, static_cast<double>(value),
+                    rc == 0 ? "ok" : "refused", rc);
     };
     std::printf("region of interest and formats:\n");
-    set("FG_WIDTH", 1920);
-    set("FG_HEIGHT", 1080);
-    set("FG_XOFFSET", 64);
-    set("FG_YOFFSET", 1);
-    set("FG_PIXELFORMAT", 0x313);  // BayerGR12
-    set("FG_FORMAT", 5);           // 30-bit colour
-    set("FG_WIDTH", 1000);         // not a multiple of 16
-    set("FG_WIDTH", 16384);        // does not fit beside the x offset
+    set("FG_WIDTH", uint32_t{1920});
+    set("FG_HEIGHT", uint32_t{1080});
+    set("FG_XOFFSET", uint32_t{64});
+    set("FG_YOFFSET", uint32_t{1});
+    set("FG_PIXELFORMAT", uint32_t{0x313});  // BayerGR12
+    set("FG_FORMAT", uint32_t{5});           // 30-bit colour
+    set("FG_WIDTH", uint32_t{1000});         // not a multiple of 16
+    set("FG_WIDTH", uint32_t{16384});        // does not fit beside the x offset
 
-    auto setDouble = [&](const char* name, double value) {
-        const int rc = a.Fg_setParameterWithType(fg, a.Fg_getParameterIdByName(fg, name), &value, 0,
-                                                 FG_PARAM_TYPE_DOUBLE);
-        std::printf("  set %-34s %10.3f -> %s (%d)\n", name, value, rc == 0 ? "ok" : "refused", rc);
-    };
     auto getDouble = [&](const char* name) {
         double value = 0;
         a.Fg_getParameterWithType(fg, a.Fg_getParameterIdByName(fg, name), &value, 0, FG_PARAM_TYPE_DOUBLE);
         return value;
     };
     std::printf("camera simulator in frame-rate mode:\n");
-    set("FG_CAMERASIMULATOR_ENABLE", 1);
-    set("FG_CAMERASIMULATOR_SELECT_MODE", 2);
-    set("FG_CAMERASIMULATOR_WIDTH", 1020);
-    set("FG_CAMERASIMULATOR_HEIGHT", 1000);
-    setDouble("FG_CAMERASIMULATOR_FRAMERATE", 2000.0);  // above 1.5e9 / (1032 x 1000)
-    setDouble("FG_CAMERASIMULATOR_FRAMERATE", 1000.0);
+    set("FG_CAMERASIMULATOR_ENABLE", uint32_t{1});
+    set("FG_CAMERASIMULATOR_SELECT_MODE", uint32_t{2});
+    set("FG_CAMERASIMULATOR_WIDTH", uint32_t{1020});
+    set("FG_CAMERASIMULATOR_HEIGHT", uint32_t{1000});
+    set("FG_CAMERASIMULATOR_FRAMERATE", 2000.0);  // above 1.5e9 / (1032 x 1000)
+    set("FG_CAMERASIMULATOR_FRAMERATE", 1000.0);
     std::printf("  the generator runs at %.3f frames/s\n", getDouble("FG_CAMERASIMULATOR_FRAMERATE"));
 
     double temperature = 0;
