@@ -2,13 +2,13 @@
 // monitors: each read goes to the design afresh; nothing is cached.
 #include <cstring>
 
+#include "AppletConstants.h"
 #include "FgZuWrapperImpl.h"
 #include "pelagon_errors.h"
 
 namespace {
 
 constexpr uint32_t kAppletVersion = 3;
-constexpr const char* kHapFile = "Pelagon.hap";
 constexpr uint32_t kChannels = 4;
 
 void requireValue(const void* value) {
@@ -32,7 +32,7 @@ void FgZuWrapperImpl::get_sdk_param_FG_APPLET_BUILD_TIME_P0(char* value) {
 
 void FgZuWrapperImpl::get_sdk_param_FG_HAP_FILE_P0(char* value) {
     requireValue(value);
-    std::memcpy(value, kHapFile, std::strlen(kHapFile) + 1);
+    std::memcpy(value, pelagon::kDesignFileName, std::strlen(pelagon::kDesignFileName) + 1);
 }
 
 // The DMA engine's status belongs to the runtime; it is always asked about

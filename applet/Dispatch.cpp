@@ -3,6 +3,7 @@
 #include <cstring>
 #include <map>
 
+#include "AppletConstants.h"
 #include "FgZuWrapperImpl.h"
 #include "hap_runtime.h"
 #include "pelagon_errors.h"
@@ -12,8 +13,8 @@ using quor::templates::platform::CriticalSectionGuard;
 
 namespace {
 
-constexpr int kDraIdBase = 1000000;
-constexpr int kDzuaIdBase = 2000000;
+using pelagon::kDirectRegisterIdBase;
+using pelagon::kRuntimeIdBase;
 
 using Setter = void (*)(FgZuWrapperImpl&, const void*, FgParamTypes);
 using Getter = void (*)(FgZuWrapperImpl&, void*, int, FgParamTypes);
@@ -144,52 +145,61 @@ void checkDma(const std::map<int, int>& dmaProcess, int dma) {
 
 }  // namespace
 
-int FgZuWrapperImpl::Fg_setParameterWithType(int id, const void* value, int dma, FgParamTypes type) {
-    if (!value) return setError(PGN_ERR_INVALID_ARGUMENT);
-    CriticalSectionGuard guard(&mParameterLock);
+namespace {
+
+// The frame of every dispatched call: a null value is refused without the
+// lock; otherwise the route runs under the parameter lock, an int it throws
+// becomes the result, and the result is recorded as the last error. Other
+// exceptions leave (the guard releases the lock).
+template <typename Route>
+int dispatch(FgZuWrapperImpl& w, const void* value, Route route) {
+    if (!value) return w.setError(PGN_ERR_INVALID_ARGUMENT);
+    CriticalSectionGuard guard(&w.mParameterLock);
     int result = 0;
-    if (id > kDzuaIdBase) {
-        result = setUnwrappedParameterWithType(id - kDzuaIdBase, value, static_cast<unsigned>(dma), type);
-    } else if (draEnabled && id > kDraIdBase) {
-        const int reg = id - kDraIdBase;
-        const uint64_t word = HapGetRegisterBitRange(designHandle(), reg) > 32
-                                  ? *static_cast<const uint64_t*>(value)
-                                  : *static_cast<const uint32_t*>(value);
-        result = QuorRegisterWrite(boardHandle(), static_cast<unsigned>(reg), word);
-    } else {
-        try {
-            setParameterWithType(id, value, dma, type);
-        } catch (int error) {
-            result = error;
-        }
+    try {
+        result = route();
+    } catch (int error) {
+        result = error;
     }
-    return setError(result);
+    return w.setError(result);
+}
+
+}  // namespace
+
+int FgZuWrapperImpl::Fg_setParameterWithType(int id, const void* value, int dma, FgParamTypes type) {
+    return dispatch(*this, value, [&] {
+        if (id > kRuntimeIdBase)
+            return setUnwrappedParameterWithType(id - kRuntimeIdBase, value, static_cast<unsigned>(dma), type);
+        if (draEnabled && id > kDirectRegisterIdBase) {
+            const int reg = id - kDirectRegisterIdBase;
+            const uint64_t word = HapGetRegisterBitRange(designHandle(), reg) > 32
+                                      ? *static_cast<const uint64_t*>(value)
+                                      : *static_cast<const uint32_t*>(value);
+            return QuorRegisterWrite(boardHandle(), static_cast<unsigned>(reg), word);
+        }
+        setParameterWithType(id, value, dma, type);
+        return 0;
+    });
 }
 
 int FgZuWrapperImpl::Fg_getParameterWithType(int id, void* value, int dma, FgParamTypes type) {
-    if (!value) return setError(PGN_ERR_INVALID_ARGUMENT);
-    CriticalSectionGuard guard(&mParameterLock);
-    int result = 0;
-    if (id > kDzuaIdBase) {
-        result = getUnwrappedParameterWithType(id - kDzuaIdBase, value, static_cast<unsigned>(dma), type);
-    } else if (draEnabled && id > kDraIdBase) {
-        const int reg = id - kDraIdBase;
-        uint64_t word = 0;
-        result = QuorRegisterRead(boardHandle(), static_cast<unsigned>(reg), &word);
-        if (result == 0) {
+    return dispatch(*this, value, [&] {
+        if (id > kRuntimeIdBase)
+            return getUnwrappedParameterWithType(id - kRuntimeIdBase, value, static_cast<unsigned>(dma), type);
+        if (draEnabled && id > kDirectRegisterIdBase) {
+            const int reg = id - kDirectRegisterIdBase;
+            uint64_t word = 0;
+            const int rc = QuorRegisterRead(boardHandle(), static_cast<unsigned>(reg), &word);
+            if (rc != 0) return rc;
             if (HapGetRegisterBitRange(designHandle(), reg) > 32)
                 *static_cast<uint64_t*>(value) = word;
             else
                 *static_cast<uint32_t*>(value) = static_cast<uint32_t>(word);
+            return 0;
         }
-    } else {
-        try {
-            getParameterWithType(id, value, dma, type);
-        } catch (int error) {
-            result = error;
-        }
-    }
-    return setError(result);
+        getParameterWithType(id, value, dma, type);
+        return 0;
+    });
 }
 
 void FgZuWrapperImpl::setParameterWithType(int id, const void* value, int dma, FgParamTypes type) {

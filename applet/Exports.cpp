@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "AppletConstants.h"
 #include "EmbeddedResources.h"
 #include "FgZuWrapperImpl.h"
 #include "hap_runtime.h"
@@ -13,8 +14,6 @@
 
 namespace {
 
-constexpr const char* kDesignFileName = "Pelagon.hap";
-constexpr int kBoardType = 2647;
 constexpr int kCameraSimulatorPixelFrequencyId = 30106;
 
 // Instances whose design could not be loaded are kept, never freed: the
@@ -67,7 +66,7 @@ PELAGON_EXPORT Fg_Master* Std_entry(ZUdevice* board, int* error, int flags) {
     }
 
     fpga_design* design = std::getenv("__QUOR_FORCE_EXTERNAL_HAP")
-                              ? HapLoadHapFileWithType(kDesignFileName, kBoardType, 1)
+                              ? HapLoadHapFileWithType(pelagon::kDesignFileName, pelagon::kBoardType, 1)
                               : HapLoadDesignFromBuffer(pelagon_design_image, pelagonDesignImageSize(), 1);
     if (!design) {
         // The instance is deliberately left allocated on this path.
@@ -76,7 +75,7 @@ PELAGON_EXPORT Fg_Master* Std_entry(ZUdevice* board, int* error, int flags) {
         return nullptr;
     }
 
-    result = w->runFgInit(kDesignFileName, board, design, flags);
+    result = w->runFgInit(pelagon::kDesignFileName, board, design, flags);
     if (result != 0) {
         HapUnloadHapFile(design);
         delete w;

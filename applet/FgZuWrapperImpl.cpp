@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "AppletConstants.h"
 #include "EnumTables.h"
 #include "hap_runtime.h"
 #include "pelagon_errors.h"
@@ -15,8 +16,6 @@ namespace {
 
 constexpr const char* kOverflowEvent = "Device1_Process0_Overflow_Overflow";
 constexpr const char* kOverflowSdkEvent = "FG_OVERFLOW_CAM0";
-constexpr int kDraIdBase = 1000000;
-constexpr int kDzuaIdBase = 2000000;
 
 // An environment switch: set, and one of the words that mean "on".
 bool envEnabled(const char* variable, std::initializer_list<const char*> words) {
@@ -207,7 +206,7 @@ void FgZuWrapperImpl::addDirectRegisterAccess() {
         const char* regName = HapGetRegisterName(design, reg);
         const std::string name = std::string("DRA_") + (regName ? regName : "");
         const int width = HapGetRegisterBitRange(design, reg);
-        const int id = kDraIdBase + reg;
+        const int id = pelagon::kDirectRegisterIdBase + reg;
         RegisterInfo* record;
         if (width > 32) {
             const uint64_t largest = width >= 64 ? ~uint64_t{0} : (uint64_t{1} << width) - 1;
@@ -230,7 +229,7 @@ void FgZuWrapperImpl::addDirectZuAccess() {
     auto mirrorLeaf = [&](RegisterInfo* parent, const RegisterInfo* r) {
         const std::string name = prefixed(r->name);
         const std::string param = prefixed(r->parameterName);
-        const int id = r->id + kDzuaIdBase;
+        const int id = r->id + pelagon::kRuntimeIdBase;
         const char* n = name.c_str();
         const char* p = param.c_str();
         const int a = r->accessFlags, rf = r->rangeFlags, v = r->visibilityFlags;

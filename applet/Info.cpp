@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 
+#include "AppletConstants.h"
 #include "EmbeddedResources.h"
 #include "applet_info.h"
 #include "pelagon_errors.h"
@@ -28,7 +29,6 @@ constexpr const char* kFriendlyName = "Pelagon";
 constexpr const char* kVersionString = "3.0.2.3";
 constexpr const char* kVersionStringDetail = "3.0.2.3.20170809.072605";
 constexpr int kVersion = 0x30000;
-constexpr int kBoardType = 2647;
 
 uint32_t datatypes = DMA_DATATYPE_RGB24;
 
@@ -78,7 +78,7 @@ extern "C" __attribute__((visibility("default"))) int Info(int code, int arg1, i
         case GET_VERSION:
             return kVersion;
         case GET_BOARD_TYPE:
-            return kBoardType;
+            return pelagon::kBoardType;
         case GET_PNG_ICON:
             if (arg1 != 0 || arg2 != 0) {
                 answer(out1, 0);
