@@ -133,6 +133,19 @@ public:
     void update_dynamic_range_FG_CAMERASIMULATOR_WIDTH_P0();
     void update_dynamic_range_FG_CAMERASIMULATOR_HEIGHT_P0();
 
+    // ---- Trigger system (Trigger*.cpp) --------------------------------------
+
+    // ---- end of the trigger system ------------------------------------------
+
+    // ---- Image processing: lookup tables and white balance -------------------
+    // (ImageProcessing.cpp)
+
+    // ---- end of image processing --------------------------------------------
+
+    // ---- Configuration: save, load, defaults (Configuration.cpp) ------------
+
+    // ---- end of configuration -----------------------------------------------
+
     // The published record of parameter `id` on port 0; null when there is
     // none (the map keeps an empty entry for it then).
     RegisterInfo* publishedRecord(int id) { return register_info_map[0][id]; }
