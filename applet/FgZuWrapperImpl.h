@@ -219,8 +219,10 @@ public:
     // camera trigger, GPO 0 to 7, the board's trigger outputs 0 to 7.
     enum TriggerOutput : unsigned { kCameraTrigger = 0, kCameraGpo0 = 1, kBoardOutput0 = 9, kTriggerOutputCount = 17 };
     void setTriggerOutput_P0(unsigned output, uint32_t value, bool throwOnError);
-#define PELAGON_TRIGGER_OUTPUT_MEMBER(NAME, output) \
-    void set_sdk_param_##NAME##_P0(uint32_t value, bool throwOnError) { setTriggerOutput_P0(output, value, throwOnError); }
+#define PELAGON_TRIGGER_OUTPUT_MEMBER(NAME, output)                   \
+    void set_sdk_param_##NAME##_P0(uint32_t value, bool throwOnError) { \
+        setTriggerOutput_P0(output, value, throwOnError);               \
+    }
     PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_OUT_SELECT, kCameraTrigger)
     PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO0, kCameraGpo0 + 0)
     PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO1, kCameraGpo0 + 1)

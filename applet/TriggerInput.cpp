@@ -22,20 +22,11 @@ double frequencyOfPeriod(uint32_t ticks) { return 1.0 / (ticks * 8.0 * 1e-9); }
 
 }  // namespace
 
-void FgZuWrapperImpl::set_sdk_param_FG_TRIGGERIN_SRC_P0(uint32_t value, bool throwOnError) {
-    setWithOneWrite_P0(cache_FG_TRIGGERIN_SRC_P0, value, enums::contains(enums::TriggerInSource, value),
-                       PELAGON_TRIGGER_REG(TriggerCam0_InputSelect_Select_Select), value, throwOnError);
-}
+PELAGON_ONE_WRITE_SETTER(FG_TRIGGERIN_SRC, TriggerInSource, TriggerCam0_InputSelect_Select_Select, value)
 
-void FgZuWrapperImpl::set_sdk_param_FG_TRIGGERIN_POLARITY_P0(uint32_t value, bool throwOnError) {
-    setWithOneWrite_P0(cache_FG_TRIGGERIN_POLARITY_P0, value, enums::contains(enums::TriggerPolarity, value),
-                       PELAGON_TRIGGER_REG(TriggerCam0_InputSelect_Polarity_Invert), value, throwOnError);
-}
+PELAGON_ONE_WRITE_SETTER(FG_TRIGGERIN_POLARITY, TriggerPolarity, TriggerCam0_InputSelect_Polarity_Invert, value)
 
-void FgZuWrapperImpl::set_sdk_param_FG_TRIGGERIN_BYPASS_SRC_P0(uint32_t value, bool throwOnError) {
-    setWithOneWrite_P0(cache_FG_TRIGGERIN_BYPASS_SRC_P0, value, enums::contains(enums::TriggerInSource, value),
-                       PELAGON_TRIGGER_REG(TriggerCam0_InputSelect_BypassSelect_Select), value, throwOnError);
-}
+PELAGON_ONE_WRITE_SETTER(FG_TRIGGERIN_BYPASS_SRC, TriggerInSource, TriggerCam0_InputSelect_BypassSelect_Select, value)
 
 void FgZuWrapperImpl::set_sdk_param_FG_TRIGGERIN_DEBOUNCE_P0(double us, bool throwOnError) {
     runSetter(
@@ -85,10 +76,8 @@ void FgZuWrapperImpl::set_sdk_param_FG_TRIGGERIN_DOWNSCALE_PHASE_P0(uint32_t p, 
         });
 }
 
-void FgZuWrapperImpl::set_sdk_param_FG_TRIGGERIN_STATS_PULSECOUNT_CLEAR_P0(uint32_t value, bool throwOnError) {
-    setWithOneWrite_P0(cache_FG_TRIGGERIN_STATS_PULSECOUNT_CLEAR_P0, value, enums::contains(enums::Apply, value),
-                       PELAGON_TRIGGER_REG(TriggerCam0_InputStatistics_ClearPulses_Mode), kPulse, throwOnError);
-}
+PELAGON_ONE_WRITE_SETTER(FG_TRIGGERIN_STATS_PULSECOUNT_CLEAR, Apply, TriggerCam0_InputStatistics_ClearPulses_Mode,
+                         kPulse)
 
 // The min/max measurement restarts on every change of its clear register,
 // so the clear toggles it rather than pulsing it.

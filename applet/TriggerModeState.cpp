@@ -26,8 +26,11 @@ enum Step : uint8_t {
     kExternalOn,
     kExternalOff,
     kClearPulseForms,
-    kRearm,          // outputs off, clear the input downscaler, reset queue and sequencer, clear pulse forms, outputs on
-    kRearmOutputsOff // the same for outputs that are already off: without the first step
+    // Re-arm: outputs off, clear the input downscaler, reset the queue and
+    // the sequencer, clear the pulse forms, outputs on.
+    kRearm,
+    // The same where the outputs are already off: without the first step.
+    kRearmOutputsOff
 };
 
 inline constexpr uint32_t kNever = ~0u;
@@ -47,59 +50,80 @@ struct Transition {
     Branch byNewState[2];
 };
 
-// clang-format off
+// Each row: the old pair, the branches by new mode, the branches by new state.
 constexpr Transition kTransitions[] = {
-    // old mode, old state      by new mode                                                                   by new state
-    {kGenerator, kSyncStop,  {},                                                                              {{kActive, {kClearPulseForms, kGeneratorOn}}, {kAsyncStop, {kOutputsOff}}}},
-    {kGenerator, kAsyncStop, {},                                                                              {{kActive, {kClearPulseForms, kOutputsOn, kGeneratorOn}}}},
-    {kGenerator, kActive,    {{kExternal, {kRearm, kExternalOn}}, {kSoftware, {kRearm}}},                      {{kAsyncStop, {kOutputsOff, kGeneratorOff}}, {kSyncStop, {kGeneratorOff}}}},
-    {kExternal,  kSyncStop,  {{kGenerator, {kGeneratorOff}}},                                                 {{kActive, {kRearm, kExternalOn}}, {kAsyncStop, {kOutputsOff}}}},
-    {kExternal,  kAsyncStop, {{kGenerator, {kGeneratorOff}}},                                                 {{kActive, {kRearmOutputsOff, kExternalOn}}}},
-    {kExternal,  kActive,    {{kGenerator, {kExternalOff, kOutputsOff, kClearPulseForms, kOutputsOn, kGeneratorOn}},
-                              {kSoftware, {kExternalOff, kRearm}}},                                           {{kAsyncStop, {kOutputsOff, kExternalOff}}, {kSyncStop, {kExternalOff}}}},
-    {kSoftware,  kSyncStop,  {{kGenerator, {kGeneratorOff}}},                                                 {{kActive, {kRearm}}, {kAsyncStop, {kOutputsOff}}}},
-    {kSoftware,  kAsyncStop, {{kGenerator, {kGeneratorOff}}},                                                 {{kActive, {kRearmOutputsOff}}}},
+    {kGenerator, kSyncStop,
+     {},
+     {{kActive, {kClearPulseForms, kGeneratorOn}}, {kAsyncStop, {kOutputsOff}}}},
+    {kGenerator, kAsyncStop,
+     {},
+     {{kActive, {kClearPulseForms, kOutputsOn, kGeneratorOn}}}},
+    {kGenerator, kActive,
+     {{kExternal, {kRearm, kExternalOn}}, {kSoftware, {kRearm}}},
+     {{kAsyncStop, {kOutputsOff, kGeneratorOff}}, {kSyncStop, {kGeneratorOff}}}},
+    {kExternal, kSyncStop,
+     {{kGenerator, {kGeneratorOff}}},
+     {{kActive, {kRearm, kExternalOn}}, {kAsyncStop, {kOutputsOff}}}},
+    {kExternal, kAsyncStop,
+     {{kGenerator, {kGeneratorOff}}},
+     {{kActive, {kRearmOutputsOff, kExternalOn}}}},
+    {kExternal, kActive,
+     {{kGenerator, {kExternalOff, kOutputsOff, kClearPulseForms, kOutputsOn, kGeneratorOn}},
+      {kSoftware, {kExternalOff, kRearm}}},
+     {{kAsyncStop, {kOutputsOff, kExternalOff}}, {kSyncStop, {kExternalOff}}}},
+    {kSoftware, kSyncStop,
+     {{kGenerator, {kGeneratorOff}}},
+     {{kActive, {kRearm}}, {kAsyncStop, {kOutputsOff}}}},
+    {kSoftware, kAsyncStop,
+     {{kGenerator, {kGeneratorOff}}},
+     {{kActive, {kRearmOutputsOff}}}},
     // A sync stop in software mode writes nothing: no pulse comes unless software sends one.
-    {kSoftware,  kActive,    {{kGenerator, {kOutputsOff, kClearPulseForms, kOutputsOn, kGeneratorOn}},
-                              {kExternal, {kRearm, kExternalOn}}},                                            {{kAsyncStop, {kOutputsOff}}}},
+    {kSoftware, kActive,
+     {{kGenerator, {kOutputsOff, kClearPulseForms, kOutputsOn, kGeneratorOn}}, {kExternal, {kRearm, kExternalOn}}},
+     {{kAsyncStop, {kOutputsOff}}}},
 };
-// clang-format on
 
-const Step* stepsFor(const Branch (&branches)[2], uint32_t value) {
+const Branch* branchFor(const Branch (&branches)[2], uint32_t value) {
     for (const Branch& b : branches)
-        if (b.when == value) return b.steps;
+        if (b.when == value) return &b;
     return nullptr;
+}
+
+// Sets one element of the pair (`cache`, the mode's or the state's) and runs
+// the transition from the old pair to the new one; the value is cached
+// before the transition and restored if a write of it fails.
+void changeModeOrState(FgZuWrapperImpl& w, uint32_t& cache, uint32_t value, bool valid, bool throwOnError) {
+    const uint32_t oldMode = w.cache_FG_AREATRIGGERMODE_P0;
+    const uint32_t oldState = w.cache_FG_TRIGGERSTATE_P0;
+    runSetter(
+        cache, value, throwOnError,
+        [&] {
+            if (!valid) fail(PGN_ERR_OUT_OF_RANGE);
+        },
+        [&] {
+            w.switchTriggerModeAndState_P0(oldMode, oldState, w.cache_FG_AREATRIGGERMODE_P0,
+                                           w.cache_FG_TRIGGERSTATE_P0);
+        });
 }
 
 }  // namespace
 
 void FgZuWrapperImpl::set_sdk_param_FG_AREATRIGGERMODE_P0(uint32_t mode, bool throwOnError) {
-    const uint32_t oldMode = cache_FG_AREATRIGGERMODE_P0;
-    const uint32_t state = cache_FG_TRIGGERSTATE_P0;
-    runSetter(
-        cache_FG_AREATRIGGERMODE_P0, mode, throwOnError,
-        [&] {
-            if (!pelagon::enums::contains(pelagon::enums::AreaTriggerModes, mode)) fail(PGN_ERR_OUT_OF_RANGE);
-        },
-        [&] { switchTriggerModeAndState_P0(oldMode, state, mode, state); });
+    changeModeOrState(*this, cache_FG_AREATRIGGERMODE_P0, mode,
+                      pelagon::enums::contains(pelagon::enums::AreaTriggerModes, mode), throwOnError);
 }
 
 void FgZuWrapperImpl::set_sdk_param_FG_TRIGGERSTATE_P0(uint32_t state, bool throwOnError) {
-    const uint32_t mode = cache_FG_AREATRIGGERMODE_P0;
-    const uint32_t oldState = cache_FG_TRIGGERSTATE_P0;
-    runSetter(
-        cache_FG_TRIGGERSTATE_P0, state, throwOnError,
-        [&] {
-            if (!pelagon::enums::contains(pelagon::enums::TriggerStates, state)) fail(PGN_ERR_OUT_OF_RANGE);
-        },
-        [&] { switchTriggerModeAndState_P0(mode, oldState, mode, state); });
+    changeModeOrState(*this, cache_FG_TRIGGERSTATE_P0, state,
+                      pelagon::enums::contains(pelagon::enums::TriggerStates, state), throwOnError);
 }
 
 void FgZuWrapperImpl::switchTriggerModeAndState_P0(uint32_t oldMode, uint32_t oldState, uint32_t newMode,
                                                    uint32_t newState) {
-    auto run = [this](const Step* steps) {
-        for (int i = 0; steps && i < 5 && steps[i] != kEnd; ++i) {
-            switch (steps[i]) {
+    auto run = [this](const Branch* branch) {
+        if (!branch) return;
+        for (Step step : branch->steps) {
+            switch (step) {
             case kOutputsOff: triggerOutputsEnable_P0(false); break;
             case kOutputsOn: triggerOutputsEnable_P0(true); break;
             case kGeneratorOn: triggerGeneratorEnable_P0(true); break;
@@ -125,8 +149,8 @@ void FgZuWrapperImpl::switchTriggerModeAndState_P0(uint32_t oldMode, uint32_t ol
         return t.mode == oldMode && t.state == oldState;
     });
     if (row != std::end(kTransitions)) {
-        run(stepsFor(row->byNewMode, newMode));
-        run(stepsFor(row->byNewState, newState));
+        run(branchFor(row->byNewMode, newMode));
+        run(branchFor(row->byNewState, newState));
     }
 
     if (newMode == kExternal) {

@@ -37,7 +37,8 @@ struct PulseFormGenerator {
 
 #define PELAGON_PULSEFORMGEN(g)                                                                            \
     PulseFormGenerator {                                                                                   \
-        &W::cache_FG_TRIGGER_PULSEFORMGEN##g##_DOWNSCALE_P0, &W::cache_FG_TRIGGER_PULSEFORMGEN##g##_DOWNSCALE_PHASE_P0, \
+        &W::cache_FG_TRIGGER_PULSEFORMGEN##g##_DOWNSCALE_P0,                                                          \
+            &W::cache_FG_TRIGGER_PULSEFORMGEN##g##_DOWNSCALE_PHASE_P0,                                                \
             &W::cache_FG_TRIGGER_PULSEFORMGEN##g##_DELAY_P0, &W::cache_FG_TRIGGER_PULSEFORMGEN##g##_WIDTH_P0,         \
             &W::PELAGON_TRIGGER_REG(TriggerCam0_PulseFormGenerators_PulseFormGenerator##g##_Downscale_Downscale),     \
             &W::PELAGON_TRIGGER_REG(TriggerCam0_PulseFormGenerators_PulseFormGenerator##g##_Downscale_SelectedPulse), \
@@ -208,24 +209,17 @@ void FgZuWrapperImpl::triggerOutputsEnable_P0(bool enable) {
             setTriggerOutput_P0(output, this->*kOutputs[output].selection, true);
         return;
     }
-    for (unsigned output : kSwitchOffOrder) writeTriggerRegister_P0(this->*kOutputs[output].selectorRegister, kOutputOff);
+    for (unsigned output : kSwitchOffOrder)
+        writeTriggerRegister_P0(this->*kOutputs[output].selectorRegister, kOutputOff);
 }
 
-void FgZuWrapperImpl::set_sdk_param_FG_TRIGGEROUT_STATS_SOURCE_P0(uint32_t value, bool throwOnError) {
-    setWithOneWrite_P0(cache_FG_TRIGGEROUT_STATS_SOURCE_P0, value,
-                       enums::contains(enums::TriggerOutStatsSources_Gen4, value),
-                       PELAGON_TRIGGER_REG(TriggerCam0_OutputStatistics_Select_Select), value, throwOnError);
-}
+PELAGON_ONE_WRITE_SETTER(FG_TRIGGEROUT_STATS_SOURCE, TriggerOutStatsSources_Gen4,
+                         TriggerCam0_OutputStatistics_Select_Select, value)
 
-void FgZuWrapperImpl::set_sdk_param_FG_TRIGGEROUT_STATS_PULSECOUNT_CLEAR_P0(uint32_t value, bool throwOnError) {
-    setWithOneWrite_P0(cache_FG_TRIGGEROUT_STATS_PULSECOUNT_CLEAR_P0, value, enums::contains(enums::Apply, value),
-                       PELAGON_TRIGGER_REG(TriggerCam0_OutputStatistics_ClearPulses_Mode), kPulse, throwOnError);
-}
+PELAGON_ONE_WRITE_SETTER(FG_TRIGGEROUT_STATS_PULSECOUNT_CLEAR, Apply, TriggerCam0_OutputStatistics_ClearPulses_Mode,
+                         kPulse)
 
-void FgZuWrapperImpl::set_sdk_param_FG_MISSING_CAMERA_FRAME_RESPONSE_CLEAR_P0(uint32_t value, bool throwOnError) {
-    setWithOneWrite_P0(cache_FG_MISSING_CAMERA_FRAME_RESPONSE_CLEAR_P0, value, enums::contains(enums::Apply, value),
-                       PELAGON_TRIGGER_REG(Monitoring_ClearMissingFrame_Cam0_Mode), kPulse, throwOnError);
-}
+PELAGON_ONE_WRITE_SETTER(FG_MISSING_CAMERA_FRAME_RESPONSE_CLEAR, Apply, Monitoring_ClearMissingFrame_Cam0_Mode, kPulse)
 
 void FgZuWrapperImpl::get_sdk_param_FG_TRIGGEROUT_STATS_PULSECOUNT_P0(uint32_t* value) {
     readOut(value) = readTriggerRegister_P0(PELAGON_TRIGGER_REG(TriggerCam0_OutputStatistics_ReadPulses_Status));

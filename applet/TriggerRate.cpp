@@ -114,7 +114,8 @@ void FgZuWrapperImpl::set_sdk_param_FG_TRIGGERQUEUE_MODE_P0(uint32_t on, bool th
 }
 
 bool FgZuWrapperImpl::softwareTriggerBusy_P0() {
-    const uint32_t ready = readTriggerRegister_P0(PELAGON_TRIGGER_REG(TriggerCam0_Generators_Generator_MaximumReached_Status));
+    const uint32_t ready =
+        readTriggerRegister_P0(PELAGON_TRIGGER_REG(TriggerCam0_Generators_Generator_MaximumReached_Status));
     const uint32_t queued = readTriggerRegister_P0(PELAGON_TRIGGER_REG(TriggerCam0_Generators_QueueValue_Status));
     return ready == 0 || queued != 0;
 }
@@ -179,11 +180,8 @@ void FgZuWrapperImpl::get_sdk_param_FG_SOFTWARETRIGGER_IS_BUSY_P0(uint32_t* valu
 }
 
 void FgZuWrapperImpl::get_sdk_param_FG_TRIGGER_EXCEEDED_PERIOD_LIMITS_P0(uint32_t* value) {
-    readOut(value) = readTriggerRegister_P0(PELAGON_TRIGGER_REG(Monitoring_ReadQueueStatus_Status)) & kPeriodExceededBit;
+    uint32_t& out = readOut(value);
+    out = readTriggerRegister_P0(PELAGON_TRIGGER_REG(Monitoring_ReadQueueStatus_Status)) & kPeriodExceededBit;
 }
 
-void FgZuWrapperImpl::set_sdk_param_FG_TRIGGER_EXCEEDED_PERIOD_LIMITS_CLEAR_P0(uint32_t value, bool throwOnError) {
-    setWithOneWrite_P0(cache_FG_TRIGGER_EXCEEDED_PERIOD_LIMITS_CLEAR_P0, value,
-                       pelagon::enums::contains(pelagon::enums::Apply, value),
-                       PELAGON_TRIGGER_REG(Monitoring_ClearOverrideCam0_Mode), kPulse, throwOnError);
-}
+PELAGON_ONE_WRITE_SETTER(FG_TRIGGER_EXCEEDED_PERIOD_LIMITS_CLEAR, Apply, Monitoring_ClearOverrideCam0_Mode, kPulse)

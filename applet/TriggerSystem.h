@@ -11,6 +11,15 @@
 // The id member of a trigger block register, named after `Device1_Process1_Trigger_`.
 #define PELAGON_TRIGGER_REG(entry) zu_id_Device1_Process1_Trigger_##entry
 
+// The setter of a parameter whose value must be in enumeration `table` and
+// which is answered by one write of `written` (the value itself, or the
+// pulse of a clear) to the register `entry`.
+#define PELAGON_ONE_WRITE_SETTER(NAME, table, entry, written)                                              \
+    void FgZuWrapperImpl::set_sdk_param_##NAME##_P0(uint32_t value, bool throwOnError) {                   \
+        setWithOneWrite_P0(cache_##NAME##_P0, value, pelagon::enums::contains(pelagon::enums::table, value), \
+                           PELAGON_TRIGGER_REG(entry), written, throwOnError);                              \
+    }
+
 namespace pelagon::trigger {
 
 // Parameter ids by their SDK names, taken from the catalogue.

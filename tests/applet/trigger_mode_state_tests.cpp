@@ -145,7 +145,8 @@ TEST_F(TriggerModeState, EveryTransitionWritesItsRegistersInOrderAndPublishesThe
         EXPECT_EQ(host.u32(AREATRIGGERMODE), newMode(t));
         EXPECT_EQ(host.u32(TRIGGERSTATE), newState(t));
         EXPECT_EQ(accessFlags(SEND_SOFTWARE_TRIGGER), newMode(t) == EXTERNAL ? 1 : 7);
-        for (int id : {int{AREATRIGGERMODE}, int{MISSING_FRAME_CLEAR}, pfgWidth(3)}) EXPECT_EQ(accessFlags(id), 7) << id;
+        for (int id : {int{AREATRIGGERMODE}, int{MISSING_FRAME_CLEAR}, pfgWidth(3)})
+            EXPECT_EQ(accessFlags(id), 7) << id;
         // The external input is selected exactly while external mode is active.
         EXPECT_EQ(peek(kSelectExternal), newMode(t) == EXTERNAL && newState(t) == ACTIVE ? 1u : 0u);
     }

@@ -46,7 +46,8 @@ TEST_F(TriggerOutputs, DelayAndWidthAreQuantisedPerGenerator) {
         EXPECT_EQ(writes(), (Writes{{pfg(g, "Delay_Delay"), 8}, {pfg(g, "Width_Width"), g == 0 ? 127u : 126u}}));
         EXPECT_DOUBLE_EQ(host.dbl(pfgDelay(g)), 0.064);
         EXPECT_DOUBLE_EQ(host.dbl(pfgWidth(g)), g == 0 ? 1.016 : 1.008);
-        for (double refused : {-0.001, 34000000.5}) EXPECT_EQ(host.setDouble(pfgDelay(g), refused), PGN_ERR_OUT_OF_RANGE);
+        for (double refused : {-0.001, 34000000.5})
+            EXPECT_EQ(host.setDouble(pfgDelay(g), refused), PGN_ERR_OUT_OF_RANGE);
         for (double refused : {0.0, 0.999, 68000000.5})
             EXPECT_EQ(host.setDouble(pfgWidth(g), refused), PGN_ERR_OUT_OF_RANGE);
         EXPECT_TRUE(writes().empty());
