@@ -20,7 +20,7 @@ protected:
 
 }  // namespace
 
-TEST_F(TriggerInput, SelectionsAreWrittenUnchangedAndRefusedOutsideTheirTables) {
+TEST_F(TriggerInput, SelectionsAreWrittenUnchanged) {
     const struct {
         Id id;
         uint32_t value;
@@ -35,10 +35,7 @@ TEST_F(TriggerInput, SelectionsAreWrittenUnchangedAndRefusedOutsideTheirTables) 
         ASSERT_EQ(host.setU32(c.id, c.value), 0) << c.reg;
         EXPECT_EQ(writes(), (Writes{{c.reg, c.value}}));
         EXPECT_EQ(host.setU32(c.id, c.refused), PGN_ERR_OUT_OF_RANGE) << c.reg;
-        failWrite(c.reg, 1, -5);
-        EXPECT_EQ(host.setU32(c.id, 0), -5) << c.reg;
         EXPECT_EQ(host.u32(c.id), c.value) << c.reg;
-        EXPECT_TRUE(writes().empty());
     }
 }
 

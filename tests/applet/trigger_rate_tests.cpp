@@ -69,12 +69,6 @@ TEST_F(TriggerRate, PeriodMustExceedWhatThePulseFormsNeed) {
     EXPECT_EQ(host.setDouble(FRAMESPERSECOND, 1400.0), PGN_ERR_PERIOD_TOO_SHORT);
 }
 
-TEST_F(TriggerRate, AFailingPeriodWriteKeepsTheOldRate) {
-    failWrite(kPeriod, 1, -31);
-    EXPECT_EQ(host.setDouble(FRAMESPERSECOND, 100.0), -31);
-    EXPECT_DOUBLE_EQ(host.dbl(FRAMESPERSECOND), 8.0);
-}
-
 // The selected pulse never exceeds the count in between.
 TEST_F(TriggerRate, PulseMultiplierWritesInTheOrderThatKeepsTheSelectedPulseBelowTheCount) {
     const std::string count = "TriggerCam0_Generators_Sequence_Downscale";
