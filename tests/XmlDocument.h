@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-// A parsed document with XPath lookups; the GenApi namespace is "g".
 class XmlDocument {
 public:
     static constexpr const char* kGenApi = "http://www.genicam.org/GenApi/Version_1_0";
@@ -65,6 +64,9 @@ public:
         return "/g:RegisterDescription/*[@Name='" + name + "']" + (element.empty() ? "" : "/g:" + element);
     }
     std::vector<xmlNodePtr> named(const std::string& name) const { return nodes(path(name)); }
+    std::string field(const std::string& name, const std::string& element) const {
+        return text(path(name, element));
+    }
 
     static std::string content(xmlNodePtr node) {
         xmlChar* raw = xmlNodeGetContent(node);
@@ -73,11 +75,6 @@ public:
         return value;
     }
     static std::string name(xmlNodePtr node) { return reinterpret_cast<const char*>(node->name); }
-    static xmlNodePtr nextElement(xmlNodePtr node) {
-        for (node = node ? node->next : nullptr; node && node->type != XML_ELEMENT_NODE; node = node->next) {
-        }
-        return node;
-    }
 
 private:
     xmlDocPtr doc_ = nullptr;
