@@ -8,8 +8,11 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <string>
 
 #include "FgZuWrapperPrivate.h"
+#include "ParameterInfoBuilderXML.h"
 #include "hap_runtime.h"
 #include "pelagon_errors.h"
 
@@ -207,11 +210,30 @@ int FgZuWrapper::Fg_getLastErrorNumberZu() {
     return d->mWrapperFg->DLL_Fg_getLastErrorNumber(d->mFglibFg);
 }
 
-// Configuration and the XML description belong to the applet layers built on
-// top of this class; the base offers neither.
+// Configuration belongs to the applet layers built on top of this class.
 int FgZuWrapper::Fg_saveConfig(Fg_Struct*, const char*) { return PGN_ERR_NOT_SUPPORTED; }
 int FgZuWrapper::Fg_loadConfig(Fg_Struct*, const char*) { return PGN_ERR_NOT_SUPPORTED; }
-int FgZuWrapper::Fg_getParameterInfoXML(Fg_Struct*, int, char*, size_t*) { return PGN_ERR_NOT_SUPPORTED; }
+
+// The caller asks for the size with a null buffer first, then passes a buffer
+// of that size; a buffer too small is refused without touching its size.
+int FgZuWrapper::Fg_getParameterInfoXML(Fg_Struct*, int port, char* infoBuffer, size_t* infoBufferSize) {
+    if (infoBufferSize == nullptr) return setError(PGN_ERR_INVALID_ARGUMENT);
+    if (infoBuffer != nullptr && *infoBufferSize == 0) return setError(PGN_ERR_OUT_OF_MEMORY);
+    if (d->mParameterInfo == nullptr || d->mParameterInfo->getRegisterInfo(port) == nullptr)
+        return setError(PGN_ERR_DECODE);
+    std::string document;
+    try {
+        document = ParameterInfoBuilderXML(*d->mParameterInfo, *this, port).build();
+    } catch (const std::bad_alloc&) {
+        return setError(PGN_ERR_OUT_OF_MEMORY);
+    }
+    if (infoBuffer != nullptr) {
+        if (document.size() >= *infoBufferSize) return setError(PGN_ERR_OUT_OF_MEMORY);
+        std::memcpy(infoBuffer, document.c_str(), document.size() + 1);
+    }
+    *infoBufferSize = document.size() + 1;
+    return setError(PGN_OK);
+}
 
 // This design has no shading unit: allocation fails with -1, every other
 // shading operation is not supported.
