@@ -166,6 +166,8 @@ public:
     // Recomputes the three tables and writes red, green, blue in this order;
     // does nothing unless the LUT type is "Processor".
     void updateLutProcessing_P0();
+    // The table a recompute writes to every channel, without writing it.
+    static void computeLutTable_P0(double offset, double gain, double gamma, bool invert, uint32_t (&table)[4096]);
     // Loads the three tables of `name` and writes them; does nothing unless
     // the LUT type is "User file" and the name is not empty. -2076 when the
     // file is missing, -5001 when it is not a complete LUT file.

@@ -58,21 +58,6 @@ int32_t truncate32(double v) {
     return static_cast<int32_t>(v);
 }
 
-// One channel's table: b = (i / 4095 + offset) * gain; entries with b < 0
-// are 0, the others b^(1/gamma) scaled to 12 bits and rounded; invert
-// mirrors the entry before it is clamped to 0..4095. Gamma 0 means an
-// infinite exponent and is taken as such.
-void computeTable(double offset, double gain, double gamma, bool invert, Table& table) {
-    const double exponent =
-        gamma != 0.0 ? 1.0 / gamma : std::copysign(std::numeric_limits<double>::infinity(), gamma);
-    for (uint32_t i = 0; i < kLutSize; ++i) {
-        const double b = (i / 4095.0 + offset) * gain;
-        int64_t entry = b < 0 ? 0 : truncate32(std::pow(b, exponent) * 4095.0 + 0.5);
-        if (invert) entry = int64_t{kLutMax} - entry;
-        table[i] = static_cast<uint32_t>(entry < 0 ? 0 : entry > kLutMax ? kLutMax : entry);
-    }
-}
-
 void writeWholeTable(FgZuWrapperImpl& w, const Channel& channel, const Table& table) {
     FieldParameterAccess access{};
     access.vtype = FG_PARAM_TYPE_UINT32_T;
@@ -216,12 +201,29 @@ bool FgZuWrapperImpl::lutElementTypeAccepted(int32_t vtype) {
 
 // ---- Lookup table type and processing ------------------------------------------
 
+// One channel's table: b = (i / 4095 + offset) * gain; entries with b < 0
+// are 0, the others b^(1/gamma) scaled to 12 bits and rounded; invert
+// mirrors the entry before it is clamped to 0..4095. Gamma 0 means an
+// infinite exponent and is taken as such.
+void FgZuWrapperImpl::computeLutTable_P0(double offset, double gain, double gamma, bool invert,
+                                          uint32_t (&table)[4096]) {
+    const double exponent =
+        gamma != 0.0 ? 1.0 / gamma : std::copysign(std::numeric_limits<double>::infinity(), gamma);
+    for (uint32_t i = 0; i < kLutSize; ++i) {
+        const double b = (i / 4095.0 + offset) * gain;
+        int64_t entry = b < 0 ? 0 : truncate32(std::pow(b, exponent) * 4095.0 + 0.5);
+        if (invert) entry = int64_t{kLutMax} - entry;
+        table[i] = static_cast<uint32_t>(entry < 0 ? 0 : entry > kLutMax ? kLutMax : entry);
+    }
+}
+
+
 void FgZuWrapperImpl::updateLutProcessing_P0() {
     if (cache_FG_LUT_TYPE_P0 != kTypeProcessor) return;
     // The three channels share their parameters: one table serves all three.
     Table table;
-    computeTable(cache_FG_PROCESSING_OFFSET_P0, cache_FG_PROCESSING_GAIN_P0, cache_FG_PROCESSING_GAMMA_P0,
-                 cache_FG_PROCESSING_INVERT_P0 == 1, table);
+    computeLutTable_P0(cache_FG_PROCESSING_OFFSET_P0, cache_FG_PROCESSING_GAIN_P0, cache_FG_PROCESSING_GAMMA_P0,
+                       cache_FG_PROCESSING_INVERT_P0 == 1, table);
     writeChannels(*this, {&table, &table, &table});
 }
 
