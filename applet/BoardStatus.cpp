@@ -89,7 +89,8 @@ void readChannels(void* value, FgParamTypes type, Read read) {
         if (FgZuWrapper::elementType(*access) != FG_PARAM_TYPE_DOUBLE) throw int{PGN_ERR_INVALID_ARGUMENT};
         read(value, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS);
     } else {
-        if (static_cast<const FieldParameterDouble_s*>(value)->index > kChannels - 1)
+        if (!FgZuWrapper::singleRecordFits<FieldParameterDouble_s>(FgZuWrapper::typeCode(type)) ||
+            static_cast<const FieldParameterDouble_s*>(value)->index > kChannels - 1)
             throw int{PGN_ERR_INVALID_ARGUMENT};
         read(value, FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE);
     }

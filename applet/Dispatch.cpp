@@ -55,6 +55,7 @@ void getFieldFromCache(const Element (&cache)[N], void* value, FgParamTypes type
         if (!readableElementType<Element>(FgZuWrapper::elementType(*access))) refuse(PGN_ERR_INVALID_ARGUMENT);
         FgZuWrapper::getFieldCache(cache, access);
     } else {
+        if (!FgZuWrapper::singleRecordFits<Single>(FgZuWrapper::typeCode(type))) refuse(PGN_ERR_INVALID_ARGUMENT);
         auto* single = static_cast<Single*>(value);
         checkRange(single->index, 1, N);
         FgZuWrapper::getFieldCache(cache, single);

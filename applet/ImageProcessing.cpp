@@ -139,6 +139,8 @@ void setLutValues(FgZuWrapperImpl& w, const Channel& channel, const void* value,
             writeRange(w, channel, *static_cast<const FieldParameterAccess*>(value));
             return;
         }
+        if (!FgZuWrapper::singleRecordFits<FieldParameterInt_s>(FgZuWrapper::typeCode(type)))
+            fail(PGN_ERR_INVALID_ARGUMENT);
         FieldParameterInt_s element = *static_cast<const FieldParameterInt_s*>(value);
         if (element.index > kLutMax) fail(PGN_ERR_OUT_OF_RANGE);
         runSetter(

@@ -123,6 +123,20 @@ public:
     static int32_t elementType(const FieldParameterAccess& field);
     // The same for a type argument handed in by a caller.
     static int32_t typeCode(const FgParamTypes& type);
+    // Whether a single-element access with type argument `type` may use a
+    // record of type Single: any type selects the single element, but a type
+    // that names the record of another element type (a 64-bit integer or
+    // double element where 32 bits are held, say) is refused, since its record
+    // has another layout.
+    template <typename Single>
+    static bool singleRecordFits(int32_t type) {
+        const bool namesRecord = type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT ||
+                                 type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64 ||
+                                 type == FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE;
+        const int32_t own = std::is_same_v<Single, FieldParameterDouble_s> ? FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE
+                                                                             : FG_PARAM_TYPE_STRUCT_FIELDPARAMINT;
+        return !namesRecord || type == own;
+    }
 
     // The registry's record for `port` (head of its top-level list).
     RegisterInfo* Fg_getParameterInfo(int port);

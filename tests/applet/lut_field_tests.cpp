@@ -171,3 +171,50 @@ TEST_F(LutFields, EveryFieldWithEveryElementTypeMovesOnlyElementsOfItsOwnSize) {
         }
     }
 }
+
+// Single elements: any type argument other than the range form selects the
+// field's own single-element record, except a type that names the record of
+// another element type, whose layout differs.
+TEST_F(LutFields, EveryFieldWithEveryTypeArgumentReadsOnlyItsOwnSingleRecord) {
+    std::vector<const RegisterInfo*> fields;
+    for (const RegisterInfo* r : boundary::leaves(host.api.Fg_getParameterInfo(host.fg, 0)))
+        if (r->format == REG_FORMAT_UINTFIELD || r->format == REG_FORMAT_DOUBLEFIELD) fields.push_back(r);
+    // Type arguments as a C caller may pass them.
+    using Get = int (*)(Fg_Struct*, int, void*, unsigned int, int32_t);
+    using Set = int (*)(Fg_Struct*, int, const void*, unsigned int, int32_t);
+    const auto get = reinterpret_cast<Get>(host.api.Fg_getParameterWithType);
+    const auto set = reinterpret_cast<Set>(host.api.Fg_setParameterWithType);
+
+    const int32_t types[] = {0, 1, 2, 3, 4, 5, 6, 7, 4098, 4099, 4101, 8192, -1, -7, 12345, INT_MAX, INT_MIN};
+    constexpr unsigned char kPattern = 0xA5;
+    for (const RegisterInfo* field : fields) {
+        const bool isDouble = field->format == REG_FORMAT_DOUBLEFIELD;
+        const size_t recordSize = isDouble ? sizeof(FieldParameterDouble_s) : sizeof(FieldParameterInt_s);
+        for (int32_t type : types) {
+            const std::string where = std::string(field->parameterName) + " type " + std::to_string(type);
+            const bool other = isDouble ? type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT ||
+                                              type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64
+                                        : type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64 ||
+                                              type == FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE;
+            alignas(8) unsigned char memory[64];
+            std::memset(memory, kPattern, sizeof memory);
+            const unsigned index = 3;
+            std::memcpy(memory + (isDouble ? sizeof(double) : sizeof(uint32_t)), &index, sizeof index);
+            EXPECT_EQ(get(host.fg, field->id, memory, 0, type), other ? PGN_ERR_INVALID_ARGUMENT : 0) << where;
+            for (size_t i = recordSize; i < sizeof memory; ++i) ASSERT_EQ(memory[i], kPattern) << where << " byte " << i;
+
+            if (isDouble) {
+                EXPECT_EQ(set(host.fg, field->id, memory, 0, type), PGN_ERR_READ_ONLY) << where;
+                continue;
+            }
+            const FieldParameterInt_s element{42, index};
+            EXPECT_EQ(set(host.fg, field->id, &element, 0, type), other ? PGN_ERR_INVALID_ARGUMENT : 0) << where;
+            const int c = field->id - RED;
+            EXPECT_EQ(registers(host, c)[index], other ? before.hardware[c][index] : 42u) << where;
+            FieldParameterInt_s restore{before.hardware[c][index], index};
+            ASSERT_EQ(host.api.Fg_setParameterWithType(host.fg, field->id, &restore, 0,
+                                                       FG_PARAM_TYPE_STRUCT_FIELDPARAMINT),
+                      0);
+        }
+    }
+}
