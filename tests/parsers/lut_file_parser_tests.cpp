@@ -151,24 +151,6 @@ TEST_F(LutFiles, MatricesAreWrittenButNeverRead) {
     EXPECT_EQ(parser.getMatrixFromFile(nullptr, nullptr, 0), -1);
 }
 
-TEST_F(LutFiles, KeyReadersFollowTheirSeparatorsAndReportMissingKeys) {
-    write("k.lut", "alpha='12';\nbeta=2.5;\n");
-    ASSERT_TRUE(parser.setOpenFile(path("k.lut").c_str(), true));
-    char value[Fg_LutFileParser::kLineLength];
-    parser.parseKeyFromLine("beta", value, "=");
-    EXPECT_STREQ(value, "2.5;\n");
-    int i = -1;
-    EXPECT_EQ(parser.parseIntKey("alpha", &i, "='"), 0);
-    EXPECT_EQ(i, 12);
-    double d = 0;
-    EXPECT_EQ(parser.parseDoubleKey("beta", &d, "="), 0);
-    EXPECT_EQ(d, 2.5);
-    EXPECT_EQ(parser.parseIntKey("gamma", &i, "="), -1);
-    EXPECT_EQ(i, 0);
-    parser.parseKeyFromLine("gamma", value, "=");
-    EXPECT_STREQ(value, "Error");
-}
-
 // Files that announce absurd sizes or are not tables at all: a clean -1 (or
 // the empty table the rules give), no crash, nothing large allocated, and
 // the record never left pointing at freed entries.
@@ -179,7 +161,7 @@ TEST_F(LutFiles, HostileFilesAreRefusedOrReadAsEmpty) {
     std::filesystem::create_directory(path("folder.lut"));
     const struct {
         const char* name;
-        std::string file;  // content; empty name of a path means: use as path
+        std::string file;
         int result;
         uint32_t count;
     } cases[] = {
