@@ -213,7 +213,12 @@ void FgZuWrapperImpl::computeLutTable_P0(double offset, double gain, double gamm
         gamma != 0.0 ? 1.0 / gamma : std::copysign(std::numeric_limits<double>::infinity(), gamma);
     for (uint32_t i = 0; i < kLutSize; ++i) {
         const double b = (i / 4095.0 + offset) * gain;
-        int64_t entry = b < 0 ? 0 : truncate32(std::pow(b, exponent) * 4095.0 + 0.5);
+        int64_t entry = 0;
+        if (b >= 0) {
+            // b^1 is b exactly: the straight line (gamma 1, the default) needs no pow.
+            const double curve = exponent == 1.0 ? b : std::pow(b, exponent);
+            entry = truncate32(curve * 4095.0 + 0.5);
+        }
         if (invert) entry = int64_t{kLutMax} - entry;
         table[i] = static_cast<uint32_t>(entry < 0 ? 0 : entry > kLutMax ? kLutMax : entry);
     }
