@@ -261,6 +261,43 @@ public:
 
     // ---- Image processing: lookup tables and white balance -------------------
     // (ImageProcessing.cpp)
+    // The table in force follows FG_LUT_TYPE: "Processor" computes it from
+    // offset, gain, gamma and invert; "User file" loads FG_LUT_CUSTOM_FILE.
+    // The LUT caches always hold what the LUTcontent registers were last
+    // given: a channel's cache changes only once its register took the table.
+    void set_sdk_param_FG_LUT_TYPE_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_PROCESSING_OFFSET_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_PROCESSING_GAIN_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_PROCESSING_GAMMA_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_PROCESSING_INVERT_P0(uint32_t value, bool throwOnError);
+    // A FieldParameterAccess range (type FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS)
+    // or, with any other type, one FieldParameterInt_s element.
+    void set_sdk_param_FG_LUT_VALUE_RED_P0(const void* value, FgParamTypes type, bool throwOnError);
+    void set_sdk_param_FG_LUT_VALUE_GREEN_P0(const void* value, FgParamTypes type, bool throwOnError);
+    void set_sdk_param_FG_LUT_VALUE_BLUE_P0(const void* value, FgParamTypes type, bool throwOnError);
+    void set_sdk_param_FG_LUT_CUSTOM_FILE_P0(const char* value, bool throwOnError);
+    void set_sdk_param_FG_LUT_SAVE_FILE_P0(const char* value, bool throwOnError);
+    void get_sdk_param_FG_LUT_IN_BITS_P0(uint32_t* value);
+    void get_sdk_param_FG_LUT_OUT_BITS_P0(uint32_t* value);
+    void set_sdk_param_FG_SCALINGFACTOR_RED_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_SCALINGFACTOR_GREEN_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_SCALINGFACTOR_BLUE_P0(double value, bool throwOnError);
+    void get_sdk_param_FG_SCALINGFACTOR_RED_P0(double* value);
+    void get_sdk_param_FG_SCALINGFACTOR_GREEN_P0(double* value);
+    void get_sdk_param_FG_SCALINGFACTOR_BLUE_P0(double* value);
+    // Recomputes the three tables and writes red, green, blue in this order;
+    // does nothing unless the LUT type is "Processor".
+    void updateLutProcessing_P0();
+    // The table a recompute writes to every channel, without writing it.
+    static void computeLutTable_P0(double offset, double gain, double gamma, bool invert, uint32_t (&table)[4096]);
+    // Loads the three tables of `name` and writes them; does nothing unless
+    // the LUT type is "User file" and the name is not empty. -2076 when the
+    // file is missing, -5001 when it is not a complete LUT file.
+    void loadLutFile_P0(const std::string& name);
+    // Element types a range record may name for a LUT: signed or unsigned
+    // 32-bit, and the single-element record code (which moves no cache
+    // element and is left to the runtime to judge).
+    static bool lutElementTypeAccepted(int32_t vtype);
 
     // ---- end of image processing --------------------------------------------
 
