@@ -103,11 +103,13 @@ PELAGON_EXPORT Fg_Master* Std_entry(ZUdevice* board, int* error, int flags) {
         w->triggerOutputsEnable_P0(false);
         w->triggerGeneratorEnable_P0(false);
         w->triggerOutputsEnable_P0(true);
-        // The defaults are written here once the default-value routine is
-        // part of the applet.
     } catch (...) {
         // Creation goes on with whatever state the set-up reached.
     }
+    // Every parameter's default is programmed into the design. Bit 0 was
+    // refused above, so this always runs; the test stays for callers that
+    // may one day pass it on.
+    if (!(flags & 1)) w->setDefaultValues();
     return reinterpret_cast<Fg_Master*>(static_cast<FgZuWrapper*>(w));
 }
 

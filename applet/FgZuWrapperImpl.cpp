@@ -322,6 +322,11 @@ int FgZuWrapperImpl::Fg_getParameterId(int index) {
     return id ? *id : PGN_ERR_INVALID_ARGUMENT;
 }
 
+int FgZuWrapperImpl::Fg_getParameterInfoXML(Fg_Struct* fg, int port, char* infoBuffer, size_t* infoBufferSize) {
+    quor::templates::platform::CriticalSectionGuard guard(&mParameterLock);
+    return FgZuWrapper::Fg_getParameterInfoXML(fg, port, infoBuffer, infoBufferSize);
+}
+
 int FgZuWrapperImpl::Fg_getParameterCount() { return static_cast<int>(map_parameter_index_parameter_name.size()); }
 
 uint64_t FgZuWrapperImpl::Fg_getEventMask(const char* name) {
@@ -337,10 +342,6 @@ const char* FgZuWrapperImpl::Fg_getEventName(uint64_t mask) {
     const std::string* name = lookupRecorded(map_event_id_event_name, mask);
     return name ? name->c_str() : nullptr;
 }
-
-// Configuration files are not wired in yet.
-bool FgZuWrapperImpl::loadConfig(Fg_ConfigFileParser&) { return false; }
-bool FgZuWrapperImpl::saveConfig(Fg_ConfigFileParser&) { return false; }
 
 const char* FgZuWrapperImpl::getManufacturer() { return "Quorvant GmbH"; }
 const char* FgZuWrapperImpl::getCameraType() { return "Pelagon"; }

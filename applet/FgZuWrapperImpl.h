@@ -302,6 +302,9 @@ public:
     // ---- end of image processing --------------------------------------------
 
     // ---- Configuration: save, load, defaults (Configuration.cpp) ------------
+    // Brings every parameter to its start-up value through its setter, which
+    // programs the design; refused values are skipped silently.
+    void setDefaultValues();
 
     // ---- end of configuration -----------------------------------------------
 
@@ -354,6 +357,9 @@ public:
     const char* Fg_getParameterName(int index) override;
     int Fg_getParameterId(int index) override;
     int Fg_getParameterCount() override;
+    // The description reads the published limits that setters change, so it
+    // is built under the parameter lock.
+    int Fg_getParameterInfoXML(Fg_Struct* fg, int port, char* infoBuffer, size_t* infoBufferSize) override;
     uint64_t Fg_getEventMask(const char* name) override;
     const char* Fg_getEventName(uint64_t mask) override;
     const char* getManufacturer() override;

@@ -181,10 +181,6 @@ int FgZuWrapper::Fg_getLastErrorNumberZu() {
     return d->mWrapperFg->DLL_Fg_getLastErrorNumber(d->mFglibFg);
 }
 
-// Configuration belongs to the applet layers built on top of this class.
-int FgZuWrapper::Fg_saveConfig(Fg_Struct*, const char*) { return PGN_ERR_NOT_SUPPORTED; }
-int FgZuWrapper::Fg_loadConfig(Fg_Struct*, const char*) { return PGN_ERR_NOT_SUPPORTED; }
-
 // The caller asks for the size with a null buffer first, then passes a buffer
 // of that size; a buffer too small is refused without touching its size.
 int FgZuWrapper::Fg_getParameterInfoXML(Fg_Struct*, int port, char* infoBuffer, size_t* infoBufferSize) {

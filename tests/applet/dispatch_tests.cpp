@@ -295,7 +295,7 @@ TEST(AppletDispatchFields, ArrayReadsCheckTheirRecords) {
     access.count = 4;
     access.p.p_uint32_t = values;
     EXPECT_EQ(host.api.Fg_getParameterWithType(host.fg, kRedLut, &access, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS), 0);
-    EXPECT_EQ(values[3], 0u) << "the power-on table is zero";
+    EXPECT_EQ(values[3], 4095u) << "the default processor table is the identity";
 
     access.index = 4093;
     EXPECT_EQ(host.api.Fg_getParameterWithType(host.fg, kRedLut, &access, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS),
@@ -310,5 +310,5 @@ TEST(AppletDispatchFields, ArrayReadsCheckTheirRecords) {
               PGN_ERR_INVALID_ARGUMENT);
     element.index = 4095;
     EXPECT_EQ(host.api.Fg_getParameterWithType(host.fg, kRedLut, &element, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT), 0);
-    EXPECT_EQ(element.value, 0u);
+    EXPECT_EQ(element.value, 4095u);
 }

@@ -60,8 +60,10 @@ TEST_F(AppletRegistry, UnsignedLimitsAndUnits) {
         const char* unit;
     } rows[] = {
         {100, "FG_WIDTH", 3, 32, 16384, 16, "pixel"},
-        {400, "FG_YOFFSET", 3, 0, 16777216, 1, "pixel"},
-        {300206, "FG_TRIGGERIN_DOWNSCALE_PHASE", 7, 0, 4294967294u, 1, ""},
+        // Limits that depend on other settings as a new instance publishes
+        // them: beside the default height of 1024, below the downscale of 1.
+        {400, "FG_YOFFSET", 3, 0, 65535 - 1024, 1, "pixel"},
+        {300206, "FG_TRIGGERIN_DOWNSCALE_PHASE", 7, 0, 0, 1, ""},
         {300205, "FG_TRIGGERIN_DOWNSCALE", 7, 1, 2147483647, 1, ""},
         {8802, "FG_SOFTWARETRIGGER_QUEUE_FILLLEVEL", 1, 0, 2040, 1, "pulses"},
         {110086, "FG_FILLLEVEL", 1, 0, 100, 1, "%"},

@@ -131,15 +131,18 @@ TEST_F(XmlDescription, NodesOfIntegersFloatsEnumerationsAndStrings) {
     } rows[] = {
         {"FG_WIDTH", "Integer", "IntReg", "100", "4", "RW", "Signed", "Width", "32", "16384", "16"},
         {"FG_LUT_IN_BITS", "Integer", "IntReg", "300007", "4", "RO", "Signed", "LUT In Bits", "0", "0", "<missing>"},
+        // A new instance publishes the limits of its defaults: the phase stays
+        // below the input downscale of 1, and the LUT file is read only while
+        // the processor computes the table.
         {"FG_TRIGGERIN_DOWNSCALE_PHASE", "Integer", "IntReg", "300206", "4", "RW", "Signed", "Downscale Phase", "0",
-         "4294967294", "1"},
+         "0", "1"},
         {"FG_TRIGGERIN_DEBOUNCE", "Float", "FloatReg", "300204", "8", "RW", "<missing>", "Input Debounce", "0.048",
          "1.512", "<missing>"},
         {"FG_TRIGGER_PULSEFORMGEN0_DELAY", "Float", "FloatReg", "300218", "8", "RW", "<missing>", "Delay", "0",
          "34000000", "<missing>"},
         {"FG_AREATRIGGERMODE", "Enumeration", "IntReg", "300200", "4", "RW", "Unsigned", "Area Trigger Mode",
          "<missing>", "<missing>", "<missing>"},
-        {"FG_LUT_CUSTOM_FILE", nullptr, "StringReg", "300000", "4096", "RW", "<missing>", "Load File", "<missing>",
+        {"FG_LUT_CUSTOM_FILE", nullptr, "StringReg", "300000", "4096", "RO", "<missing>", "Load File", "<missing>",
          "<missing>", "<missing>"},
     };
     for (const auto& r : rows) {
