@@ -9,6 +9,7 @@
 
 #include "EnumTables.h"
 #include "FgZuWrapperImpl.h"
+#include "FileLocale.h"
 #include "Fg_LutFileParser.h"
 #include "SetterPattern.h"
 #include "pelagon_errors.h"
@@ -172,6 +173,7 @@ void saveTables(FgZuWrapperImpl& w, const std::string& name) {
         tables[c].id = c;
         tables[c].nrOfElements = kLutSize;
     }
+    pelagon::useFileLocale();
     Fg_LutFileParser parser;
     if (parser.saveLutToFile(name.c_str(), &tables[0], &tables[1], &tables[2]) != 0) fail(PGN_ERR_FILE_IO);
 }
@@ -236,6 +238,7 @@ void FgZuWrapperImpl::updateLutProcessing_P0() {
 
 void FgZuWrapperImpl::loadLutFile_P0(const std::string& name) {
     if (cache_FG_LUT_TYPE_P0 != kTypeUserFile || name.empty()) return;
+    pelagon::useFileLocale();
     Fg_LutFileParser parser;
     if (!parser.checkFileExist(name.c_str())) fail(PGN_ERR_FILE_MISSING);
     // A table that announces no entries, or more than it gives, is not a

@@ -1,21 +1,18 @@
 // The configuration file of an instance: its header, written and checked
 // here, around the parameter keys that the applet writes and reads.
-#include <clocale>
 #include <cstring>
 
 #include "FgZuWrapper.h"
+#include "FileLocale.h"
 #include "Fg_ConfigFileParser.h"
 #include "pelagon_errors.h"
+
+using pelagon::useFileLocale;
 
 namespace {
 
 // Values of the header lines are at most one read line long.
 constexpr size_t kHeaderValueBuffer = 1024;
-
-// Numbers in the file are written and read with a decimal point; the parser
-// guarantees that whatever the process locale, and the call is kept for
-// runtimes that do know a locale of that name.
-void useFileLocale() { std::setlocale(LC_ALL, "English"); }
 
 }  // namespace
 
