@@ -217,10 +217,11 @@ TEST_F(XmlDescription, FollowsTheCurrentSettings) {
     ASSERT_EQ(host.setU32(kWidth, 1024), 0);
     EXPECT_EQ(parse()->field("FG_XOFFSET", "Max"), "15360");
 
-    const int switched = host.setU32(kAreaTriggerMode, 2);
-    if (switched == PGN_ERR_INVALID_ARGUMENT) GTEST_SKIP() << "the trigger mode cannot be set yet";
-    ASSERT_EQ(switched, 0);
+    EXPECT_EQ(parse()->field("FG_SENDSOFTWARETRIGGER_Reg", "AccessMode"), "RW");
+    ASSERT_EQ(host.setU32(kAreaTriggerMode, 2), 0);
     EXPECT_EQ(parse()->field("FG_SENDSOFTWARETRIGGER_Reg", "AccessMode"), "RO");
+    ASSERT_EQ(host.setU32(kAreaTriggerMode, 4), 0);
+    EXPECT_EQ(parse()->field("FG_SENDSOFTWARETRIGGER_Reg", "AccessMode"), "RW");
 }
 
 TEST_F(XmlDescription, SizeQueryAndBufferRules) {
