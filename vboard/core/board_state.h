@@ -88,8 +88,8 @@ struct VBOARD_API RuntimeHandle {
     uint32_t timeout = 1000000;
     uint32_t apcStopTimeout = 5;
     std::unique_ptr<Fg_ParameterInfo> info;  // parameter-info tree, built on first request
-    // The running acquisition. Its thread takes the state lock, so it is
-    // stopped (and the last reference dropped) only without the lock held.
+    // The running acquisition, or the last one, stopped. Its thread takes
+    // the state lock, so it is stopped only without the lock held.
     std::shared_ptr<vboard::detail::Acquisition> acquisition;
 
     RuntimeHandle();

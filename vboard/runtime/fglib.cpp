@@ -332,15 +332,19 @@ int startAcquisition(Fg_Struct* fg, unsigned dma, int64_t count, dma_mem* mem) {
     });
     if (result != PGN_OK || !fresh)
         return result;
-    // The engine's thread takes the state lock, so it is created outside it;
-    // a start racing with another start on the same handle keeps the first.
+    // The engine's thread takes the state lock, so it is created outside it.
+    // It replaces the stopped engine of the previous acquisition (kept for
+    // its frame count), unless a stop came in between.
     auto engine = std::make_shared<vboard::detail::Acquisition>(fg, mem ? mem->buffers : nullptr, count);
+    std::shared_ptr<vboard::detail::Acquisition> previous;
     {
         State& s = state();
         std::lock_guard lock(s.mutex);
         RuntimeHandle* h = s.handle(fg);
-        if (h && !h->acquisition && h->acquiring)
+        if (h && h->acquiring) {
+            previous = std::move(h->acquisition);
             h->acquisition = std::move(engine);
+        }
     }
     if (engine)
         engine->stop();
@@ -355,7 +359,7 @@ int stopAcquisition(Fg_Struct* fg, unsigned dma) {
         if (!h.acquiring)
             return static_cast<int>(PGN_ERR_INVALID_ARGUMENT);
         h.acquiring = false;
-        running = std::move(h.acquisition);
+        running = h.acquisition;  // stays, stopped, for the frame count
         return static_cast<int>(PGN_OK);
     });
     if (running)
