@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
 #include <utility>
 
 namespace vboard {
@@ -122,6 +125,37 @@ void demosaicLine(unsigned qEven, const uint16_t* u, const uint16_t* c, const ui
     }
 }
 
+}  // namespace
+
+// Output lines already rendered with one pipeline's settings, by content.
+struct ImagePipeline::LineCache {
+    static constexpr std::size_t kBytes = 64u << 20;
+
+    explicit LineCache(std::size_t bytes) : lineBytes(bytes), capacity(std::max<std::size_t>(kBytes / bytes, 1)) {}
+
+    const uint8_t* find(uint64_t key) const {
+        auto it = slots.find(key);
+        return it == slots.end() ? nullptr : arena.data() + it->second * lineBytes;
+    }
+    void keep(uint64_t key, const uint8_t* line) {
+        if (slots.size() >= capacity) slots.clear();  // start over rather than track ages
+        const std::size_t slot = slots.size();
+        if (arena.size() < (slot + 1) * lineBytes) arena.resize((slot + 1) * lineBytes);
+        std::memcpy(arena.data() + slot * lineBytes, line, lineBytes);
+        slots.emplace(key, slot);
+    }
+
+    std::mutex mutex;
+    const std::size_t lineBytes;
+    const std::size_t capacity;
+    std::unordered_map<uint64_t, std::size_t> slots;
+    std::vector<uint8_t> arena;
+};
+
+namespace {
+
+using LineCache = ImagePipeline::LineCache;
+
 // Lines of the white-balanced mosaic, generated once each and kept while the
 // demosaicing needs them (three at a time).
 class MosaicLines {
@@ -131,6 +165,17 @@ public:
         frameTerm_ = static_cast<uint32_t>(k % divisor);
         for (auto& line : lines_) line.assign(width_ + 2, 0);
     }
+
+    // What line j holds, as a number: equal numbers, equal lines (all the
+    // other inputs are the same for every line of a frame).
+    uint32_t key(uint32_t j) const {
+        const uint64_t y = uint64_t{s_.roiY} + j;
+        if (y >= s_.simHeight || s_.roiX >= s_.simWidth) return kBlackLine;
+        const unsigned depth = std::clamp(s_.depth, 8u, 12u);
+        return (static_cast<uint32_t>(y % std::max<uint32_t>(s_.yDivisor, 1)) + s_.offset + frameTerm_) &
+               ((1u << depth) - 1);
+    }
+    static constexpr uint32_t kBlackLine = 1u << 16;
 
     // Line j of the window, padded: element -1 and `width` are mirrored.
     const uint16_t* line(uint32_t j) {
@@ -179,17 +224,41 @@ private:
 };
 
 template <typename Sink>
-void renderWith(const ImageSettings& s, uint64_t k, const std::array<const uint16_t*, 3>& out, Sink sink) {
+void renderWith(const ImageSettings& s, uint64_t k, const std::array<const uint16_t*, 3>& out, uint8_t* to,
+                LineCache* cache) {
     MosaicLines mosaic(s, k);
     const uint32_t h = s.roiHeight;
-    for (uint32_t j = 0; j < h; ++j) {
+    auto line = [&](uint32_t j, Sink& sink) {
         const uint16_t* up = mosaic.line(mirror(int64_t{j} - 1, h));
         const uint16_t* down = mosaic.line(mirror(int64_t{j} + 1, h));
         const uint16_t* at = mosaic.line(j);
         const unsigned qEven = (s.bayerPhase ^ ((j & 1u) << 1)) & 3u;
         demosaicLine(qEven, up, at, down, s.roiWidth, out, sink);
+    };
+    if (!cache) {
+        Sink sink{to};
+        for (uint32_t j = 0; j < h; ++j) line(j, sink);
+        sink.finish();
+        return;
     }
-    sink.finish();
+    // An output line follows from the three mosaic lines it is made of and
+    // the parity of its position; the simulator's patterns repeat lines
+    // within a frame and from frame to frame, so most are copies.
+    std::lock_guard lock(cache->mutex);
+    for (uint32_t j = 0; j < h; ++j) {
+        const uint64_t key = uint64_t{mosaic.key(mirror(int64_t{j} - 1, h))} |
+                             uint64_t{mosaic.key(j)} << 17 | uint64_t{mosaic.key(mirror(int64_t{j} + 1, h))} << 34 |
+                             uint64_t{j & 1u} << 51;
+        uint8_t* target = to + std::size_t{j} * cache->lineBytes;
+        if (const uint8_t* kept = cache->find(key)) {
+            std::memcpy(target, kept, cache->lineBytes);
+            continue;
+        }
+        Sink sink{target};
+        line(j, sink);
+        sink.finish();
+        cache->keep(key, target);
+    }
 }
 
 }  // namespace
@@ -205,6 +274,13 @@ std::size_t ImageSettings::frameBytes() const {
 
 ImagePipeline::ImagePipeline(ImageSettings settings) : settings_(std::move(settings)) {
     bytes_ = settings_.frameBytes();
+    // Lines can be kept apart when each starts on a byte: always but for the
+    // 30-bit stream, whose lines do when the width is a multiple of 4.
+    const uint64_t lineBits = uint64_t{settings_.roiWidth} *
+                              (settings_.format == OutputFormat::Color24   ? 24
+                               : settings_.format == OutputFormat::Color30 ? 30
+                                                                           : 48);
+    if (lineBits > 0 && lineBits % 32 == 0) cache_ = std::make_unique<LineCache>(lineBits / 8);
     for (std::size_t c = 0; c < 3; ++c) {
         const std::vector<uint16_t>& lut = settings_.lut[c];
         out_[c].resize(kMax12 + 1);
@@ -221,12 +297,14 @@ ImagePipeline::ImagePipeline(ImageSettings settings) : settings_(std::move(setti
     }
 }
 
+ImagePipeline::~ImagePipeline() = default;
+
 void ImagePipeline::renderFull(uint64_t k, uint8_t* out) const {
     const std::array<const uint16_t*, 3> tables = {out_[0].data(), out_[1].data(), out_[2].data()};
     switch (settings_.format) {
-        case OutputFormat::Color24: renderWith(settings_, k, tables, Sink24{out}); break;
-        case OutputFormat::Color30: renderWith(settings_, k, tables, Sink30{out}); break;
-        default: renderWith(settings_, k, tables, Sink48{out}); break;
+        case OutputFormat::Color24: renderWith<Sink24>(settings_, k, tables, out, cache_.get()); break;
+        case OutputFormat::Color30: renderWith<Sink30>(settings_, k, tables, out, cache_.get()); break;
+        default: renderWith<Sink48>(settings_, k, tables, out, cache_.get()); break;
     }
 }
 

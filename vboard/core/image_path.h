@@ -58,6 +58,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "vboard/vboard.h"
@@ -96,17 +97,22 @@ struct ImageSettings {
 VBOARD_API ImageSettings imageSettings(ZUdevice* board);
 
 // The image path for one set of settings: builds its tables once and renders
-// any number of frames with them. Rendering is const and may run on several
-// threads at once.
+// any number of frames with them. Rendering may be called from several
+// threads; calls on one pipeline take turns.
 class VBOARD_API ImagePipeline {
 public:
     explicit ImagePipeline(ImageSettings settings);
+    ~ImagePipeline();
+    ImagePipeline(const ImagePipeline&) = delete;
+    ImagePipeline& operator=(const ImagePipeline&) = delete;
 
     const ImageSettings& settings() const { return settings_; }
     std::size_t frameBytes() const { return bytes_; }
     // Renders frame `k` of the simulator into `out`; at most `capacity` bytes
     // are written (a frame larger than the buffer is cut off). Returns the
-    // bytes written.
+    // bytes written. Output lines are remembered by what they are made of, so
+    // lines the pattern repeats (within the frame or from earlier frames) are
+    // copied rather than computed again.
     std::size_t render(uint64_t k, uint8_t* out, std::size_t capacity) const;
 
 private:
@@ -117,6 +123,12 @@ private:
     // Per component: the LUT followed by the output conversion, indexed by the
     // 12-bit value after demosaicing.
     std::array<std::vector<uint16_t>, 3> out_;
+
+public:
+    struct LineCache;
+
+private:
+    std::unique_ptr<LineCache> cache_;  // null when lines do not start on a byte
 };
 
 }  // namespace vboard
