@@ -437,6 +437,19 @@ TEST(ImagePathGrabber, RefusalsCarryTheNumberAndItsMeaning) {
     b.g.set("FG_FORMAT", "Color 24bit");
     EXPECT_EQ(b.g.get<uint32_t>(b.g.id("FG_FORMAT")), 2u);
     EXPECT_THROW(vboard::Grabber("/nonexistent/libPelagon.so"), vboard::Error);
+
+    // The published description, as a parameter listing shows it.
+    const vboard::ParameterInfo format = b.g.parameter(b.g.id("FG_FORMAT"));
+    EXPECT_EQ(format.name, "FG_FORMAT");
+    EXPECT_EQ(format.format, REG_FORMAT_ENUM);
+    EXPECT_FALSE(format.group.empty());
+    ASSERT_EQ(format.entries.size(), 3u);
+    EXPECT_EQ(format.entries[2].symbol, "FG_COL48");
+    const vboard::ParameterInfo width = b.g.parameter(b.g.id("FG_WIDTH"));
+    EXPECT_EQ(width.minimum, 32);
+    EXPECT_EQ(width.step, 16);
+    EXPECT_EQ(width.unit, "pixel");
+    EXPECT_TRUE(width.writable());
 }
 
 }  // namespace
