@@ -75,18 +75,22 @@ void FgZuWrapperImpl::get_sdk_param_FG_SYSTEMMONITOR_FPGA_DNA_P0(uint64_t* value
 
 namespace {
 
-// The channel fields are read as a range (FieldParameterAccess) or as one
-// element (FieldParameterDouble_s), always within the four channels.
+// The channel fields are read as a range (FieldParameterAccess) of doubles
+// or as one element (FieldParameterDouble_s), always within the four
+// channels. A range of any other element type is refused: its elements would
+// not have the size of the channel values.
 template <typename Read>
 void readChannels(void* value, FgParamTypes type, Read read) {
     requireValue(value);
-    if (type == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
+    if (FgZuWrapper::typeCode(type) == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
         const auto* access = static_cast<const FieldParameterAccess*>(value);
         if (access->index > kChannels - 1 || access->count > kChannels || access->index > kChannels - access->count)
             throw int{PGN_ERR_INVALID_ARGUMENT};
+        if (FgZuWrapper::elementType(*access) != FG_PARAM_TYPE_DOUBLE) throw int{PGN_ERR_INVALID_ARGUMENT};
         read(value, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS);
     } else {
-        if (static_cast<const FieldParameterDouble_s*>(value)->index > kChannels - 1)
+        if (!FgZuWrapper::singleRecordFits<FieldParameterDouble_s>(FgZuWrapper::typeCode(type)) ||
+            static_cast<const FieldParameterDouble_s*>(value)->index > kChannels - 1)
             throw int{PGN_ERR_INVALID_ARGUMENT};
         read(value, FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE);
     }

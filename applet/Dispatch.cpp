@@ -2,6 +2,7 @@
 // ranges, and the table from catalogue id to setter and getter.
 #include <cstring>
 #include <map>
+#include <type_traits>
 
 #include "AppletConstants.h"
 #include "FgZuWrapperImpl.h"
@@ -32,16 +33,29 @@ void checkRange(uint64_t index, uint64_t count, uint64_t size) {
     if (index >= size || count > size || index + count > size) refuse(PGN_ERR_INVALID_ARGUMENT);
 }
 
+// The element types a range record may name when it reads an array cache:
+// the ones its setter accepts, so that reading and writing agree. Whatever
+// is accepted, only elements of the cache's own size are ever moved.
+template <typename Element>
+bool readableElementType(int32_t vtype) {
+    if constexpr (std::is_same_v<Element, double>)
+        return vtype == FG_PARAM_TYPE_DOUBLE;
+    else
+        return FgZuWrapperImpl::lutElementTypeAccepted(vtype);
+}
+
 // Array caches: a whole FieldParameterAccess range (type 4096) or one element
 // in the record that matches the element type.
 template <typename Single, typename Element, size_t N>
 void getFieldFromCache(const Element (&cache)[N], void* value, FgParamTypes type) {
-    if (type == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
+    if (FgZuWrapper::typeCode(type) == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
         auto* access = static_cast<FieldParameterAccess*>(value);
         if (!access->p.p_uint32_t) refuse(PGN_ERR_INVALID_ARGUMENT);
         checkRange(access->index, access->count, N);
+        if (!readableElementType<Element>(FgZuWrapper::elementType(*access))) refuse(PGN_ERR_INVALID_ARGUMENT);
         FgZuWrapper::getFieldCache(cache, access);
     } else {
+        if (!FgZuWrapper::singleRecordFits<Single>(FgZuWrapper::typeCode(type))) refuse(PGN_ERR_INVALID_ARGUMENT);
         auto* single = static_cast<Single*>(value);
         checkRange(single->index, 1, N);
         FgZuWrapper::getFieldCache(cache, single);

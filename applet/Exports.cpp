@@ -97,9 +97,14 @@ PELAGON_EXPORT Fg_Master* Std_entry(ZUdevice* board, int* error, int flags) {
         if (record) record->u.dReg.to = w->max_pixelFrequency_P0 / 1e6;
         w->used_framerate_P0 = 10.0;
         w->previousBayer_P0 = 2;
-        // The trigger outputs and generator are put into their defined state
-        // and the defaults written here once the trigger system and the
-        // default-value routine are part of the applet.
+        // A defined trigger state before anything else: no output shows a
+        // pulse while the generator is held, then the outputs show their
+        // cached selections.
+        w->triggerOutputsEnable_P0(false);
+        w->triggerGeneratorEnable_P0(false);
+        w->triggerOutputsEnable_P0(true);
+        // The defaults are written here once the default-value routine is
+        // part of the applet.
     } catch (...) {
         // Creation goes on with whatever state the set-up reached.
     }

@@ -134,11 +134,170 @@ public:
     void update_dynamic_range_FG_CAMERASIMULATOR_HEIGHT_P0();
 
     // ---- Trigger system (Trigger*.cpp) --------------------------------------
+    // Setters validate, cache, write the registers and re-publish dependants;
+    // an int error restores the cache and is rethrown only with throwOnError.
+
+    // Mode and state (TriggerModeState.cpp). Every change of either runs the
+    // transition from the old pair to the new one.
+    void set_sdk_param_FG_AREATRIGGERMODE_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_TRIGGERSTATE_P0(uint32_t value, bool throwOnError);
+    void switchTriggerModeAndState_P0(uint32_t oldMode, uint32_t oldState, uint32_t newMode, uint32_t newState);
+    void triggerGeneratorEnable_P0(bool enable);
+    void triggerOutputsEnable_P0(bool enable);
+    void triggerExternalEnable_P0(bool enable);
+    void triggerResetQueue_P0();
+    void triggerClearDownscale_P0();
+    void triggerResetSequencer_P0();
+    void triggerClearPulseFormDownscales_P0();
+    void setAllTriggerAccessModesToRWC_P0();
+
+    // Rate, queue and software trigger (TriggerRate.cpp).
+    void set_sdk_param_FG_TRIGGER_FRAMESPERSECOND_P0(double value, bool throwOnError);
+    void get_sdk_param_FG_TRIGGER_FRAMESPERSECOND_P0(double* value);
+    void set_sdk_param_FG_TRIGGER_MULTIPLY_PULSES_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_TRIGGERQUEUE_MODE_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_SENDSOFTWARETRIGGER_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_TRIGGER_EXCEEDED_PERIOD_LIMITS_CLEAR_P0(uint32_t value, bool throwOnError);
+    void get_sdk_param_FG_TRIGGERQUEUE_FILLLEVEL_P0(uint32_t* value);
+    void get_sdk_param_FG_SOFTWARETRIGGER_QUEUE_FILLLEVEL_P0(uint32_t* value);
+    void get_sdk_param_FG_SOFTWARETRIGGER_IS_BUSY_P0(uint32_t* value);
+    void get_sdk_param_FG_TRIGGER_EXCEEDED_PERIOD_LIMITS_P0(uint32_t* value);
+    // Re-programs the generator period from the cached rate.
+    void reapplyTriggerRate_P0();
+    // True while the generator stage still works on a pulse or has pulses queued.
+    bool softwareTriggerBusy_P0();
+
+    // Trigger input (TriggerInput.cpp).
+    void set_sdk_param_FG_TRIGGERIN_DEBOUNCE_P0(double value, bool throwOnError);
+    void get_sdk_param_FG_TRIGGERIN_DEBOUNCE_P0(double* value);
+    void set_sdk_param_FG_TRIGGERIN_SRC_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_TRIGGERIN_POLARITY_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_TRIGGERIN_BYPASS_SRC_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_TRIGGERIN_DOWNSCALE_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_TRIGGERIN_DOWNSCALE_PHASE_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_TRIGGERIN_STATS_PULSECOUNT_CLEAR_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_TRIGGERIN_STATS_MINMAXFREQUENCY_CLEAR_P0(uint32_t value, bool throwOnError);
+    void get_sdk_param_FG_TRIGGERIN_STATS_PULSECOUNT_P0(uint32_t* value);
+    void get_sdk_param_FG_TRIGGERIN_STATS_FREQUENCY_P0(double* value);
+    void get_sdk_param_FG_TRIGGERIN_STATS_MINFREQUENCY_P0(double* value);
+    void get_sdk_param_FG_TRIGGERIN_STATS_MAXFREQUENCY_P0(double* value);
+
+    // Pulse form generators and outputs (TriggerOutputs.cpp). The four
+    // generators and the seventeen outputs each share one implementation;
+    // the named members only say which generator or output they mean.
+    void setPulseFormDownscale_P0(unsigned generator, uint32_t value, bool throwOnError);
+    void setPulseFormPhase_P0(unsigned generator, uint32_t value, bool throwOnError);
+    void setPulseFormDelay_P0(unsigned generator, double value, bool throwOnError);
+    void setPulseFormWidth_P0(unsigned generator, double value, bool throwOnError);
+    void getPulseFormDelay_P0(unsigned generator, double* value);
+    void getPulseFormWidth_P0(unsigned generator, double* value);
+    // The shortest trigger period, in microseconds, that the four generators
+    // need with their programmed delays and widths and cached downscales.
+    double pulseFormPeriodNeeded_P0();
+#define PELAGON_PULSEFORMGEN_MEMBERS(g)                                                                       \
+    void set_sdk_param_FG_TRIGGER_PULSEFORMGEN##g##_DOWNSCALE_P0(uint32_t value, bool throwOnError) {         \
+        setPulseFormDownscale_P0(g, value, throwOnError);                                                      \
+    }                                                                                                          \
+    void set_sdk_param_FG_TRIGGER_PULSEFORMGEN##g##_DOWNSCALE_PHASE_P0(uint32_t value, bool throwOnError) {   \
+        setPulseFormPhase_P0(g, value, throwOnError);                                                          \
+    }                                                                                                          \
+    void set_sdk_param_FG_TRIGGER_PULSEFORMGEN##g##_DELAY_P0(double value, bool throwOnError) {               \
+        setPulseFormDelay_P0(g, value, throwOnError);                                                          \
+    }                                                                                                          \
+    void set_sdk_param_FG_TRIGGER_PULSEFORMGEN##g##_WIDTH_P0(double value, bool throwOnError) {               \
+        setPulseFormWidth_P0(g, value, throwOnError);                                                          \
+    }                                                                                                          \
+    void get_sdk_param_FG_TRIGGER_PULSEFORMGEN##g##_DELAY_P0(double* value) { getPulseFormDelay_P0(g, value); }   \
+    void get_sdk_param_FG_TRIGGER_PULSEFORMGEN##g##_WIDTH_P0(double* value) { getPulseFormWidth_P0(g, value); }
+    PELAGON_PULSEFORMGEN_MEMBERS(0)
+    PELAGON_PULSEFORMGEN_MEMBERS(1)
+    PELAGON_PULSEFORMGEN_MEMBERS(2)
+    PELAGON_PULSEFORMGEN_MEMBERS(3)
+#undef PELAGON_PULSEFORMGEN_MEMBERS
+
+    // Outputs in the order their cached selections are re-applied: the
+    // camera trigger, GPO 0 to 7, the board's trigger outputs 0 to 7.
+    enum TriggerOutput : unsigned { kCameraTrigger = 0, kCameraGpo0 = 1, kBoardOutput0 = 9, kTriggerOutputCount = 17 };
+    void setTriggerOutput_P0(unsigned output, uint32_t value, bool throwOnError);
+#define PELAGON_TRIGGER_OUTPUT_MEMBER(NAME, output)                   \
+    void set_sdk_param_##NAME##_P0(uint32_t value, bool throwOnError) { \
+        setTriggerOutput_P0(output, value, throwOnError);               \
+    }
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_OUT_SELECT, kCameraTrigger)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO0, kCameraGpo0 + 0)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO1, kCameraGpo0 + 1)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO2, kCameraGpo0 + 2)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO3, kCameraGpo0 + 3)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO4, kCameraGpo0 + 4)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO5, kCameraGpo0 + 5)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO6, kCameraGpo0 + 6)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO7, kCameraGpo0 + 7)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT0, kBoardOutput0 + 0)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT1, kBoardOutput0 + 1)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT2, kBoardOutput0 + 2)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT3, kBoardOutput0 + 3)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT4, kBoardOutput0 + 4)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT5, kBoardOutput0 + 5)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT6, kBoardOutput0 + 6)
+    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT7, kBoardOutput0 + 7)
+#undef PELAGON_TRIGGER_OUTPUT_MEMBER
+    void set_sdk_param_FG_TRIGGEROUT_STATS_SOURCE_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_TRIGGEROUT_STATS_PULSECOUNT_CLEAR_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_MISSING_CAMERA_FRAME_RESPONSE_CLEAR_P0(uint32_t value, bool throwOnError);
+    void get_sdk_param_FG_TRIGGEROUT_STATS_PULSECOUNT_P0(uint32_t* value);
+    void get_sdk_param_FG_MISSING_CAMERA_FRAME_RESPONSE_P0(uint32_t* value);
+
+    // Register access of the trigger block: 32-bit values, errors thrown.
+    void writeTriggerRegister_P0(int zuId, uint32_t value);
+    uint32_t readTriggerRegister_P0(int zuId);
+    // The common setter of a parameter that is checked, cached and answered
+    // by one register write of `written`.
+    void setWithOneWrite_P0(uint32_t& cache, uint32_t value, bool valid, int zuId, uint32_t written,
+                            bool throwOnError);
+    // Re-publishes the lower limit of an unsigned parameter.
+    void publishMinimum(int id, uint32_t minimum);
 
     // ---- end of the trigger system ------------------------------------------
 
     // ---- Image processing: lookup tables and white balance -------------------
     // (ImageProcessing.cpp)
+    // The table in force follows FG_LUT_TYPE: "Processor" computes it from
+    // offset, gain, gamma and invert; "User file" loads FG_LUT_CUSTOM_FILE.
+    // The LUT caches always hold what the LUTcontent registers were last
+    // given: a channel's cache changes only once its register took the table.
+    void set_sdk_param_FG_LUT_TYPE_P0(uint32_t value, bool throwOnError);
+    void set_sdk_param_FG_PROCESSING_OFFSET_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_PROCESSING_GAIN_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_PROCESSING_GAMMA_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_PROCESSING_INVERT_P0(uint32_t value, bool throwOnError);
+    // A FieldParameterAccess range (type FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS)
+    // or, with any other type, one FieldParameterInt_s element.
+    void set_sdk_param_FG_LUT_VALUE_RED_P0(const void* value, FgParamTypes type, bool throwOnError);
+    void set_sdk_param_FG_LUT_VALUE_GREEN_P0(const void* value, FgParamTypes type, bool throwOnError);
+    void set_sdk_param_FG_LUT_VALUE_BLUE_P0(const void* value, FgParamTypes type, bool throwOnError);
+    void set_sdk_param_FG_LUT_CUSTOM_FILE_P0(const char* value, bool throwOnError);
+    void set_sdk_param_FG_LUT_SAVE_FILE_P0(const char* value, bool throwOnError);
+    void get_sdk_param_FG_LUT_IN_BITS_P0(uint32_t* value);
+    void get_sdk_param_FG_LUT_OUT_BITS_P0(uint32_t* value);
+    void set_sdk_param_FG_SCALINGFACTOR_RED_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_SCALINGFACTOR_GREEN_P0(double value, bool throwOnError);
+    void set_sdk_param_FG_SCALINGFACTOR_BLUE_P0(double value, bool throwOnError);
+    void get_sdk_param_FG_SCALINGFACTOR_RED_P0(double* value);
+    void get_sdk_param_FG_SCALINGFACTOR_GREEN_P0(double* value);
+    void get_sdk_param_FG_SCALINGFACTOR_BLUE_P0(double* value);
+    // Recomputes the three tables and writes red, green, blue in this order;
+    // does nothing unless the LUT type is "Processor".
+    void updateLutProcessing_P0();
+    // The table a recompute writes to every channel, without writing it.
+    static void computeLutTable_P0(double offset, double gain, double gamma, bool invert, uint32_t (&table)[4096]);
+    // Loads the three tables of `name` and writes them; does nothing unless
+    // the LUT type is "User file" and the name is not empty. -2076 when the
+    // file is missing, -5001 when it is not a complete LUT file.
+    void loadLutFile_P0(const std::string& name);
+    // Element types a range record may name for a LUT: signed or unsigned
+    // 32-bit, and the single-element record code (which moves no cache
+    // element and is left to the runtime to judge).
+    static bool lutElementTypeAccepted(int32_t vtype);
 
     // ---- end of image processing --------------------------------------------
 

@@ -1,18 +1,41 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the project builds with, when any is missing.
+# Installs the Debian packages the project builds with, when any is missing,
+# and the German locale that the file tests switch to (a host with a decimal
+# comma must still get decimal points in the applet's files).
 set -euo pipefail
 
-packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev libpng-dev binutils)
+packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev libxml2-utils libpng-dev binutils
+          locales)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
+
+test_locale=de_DE.UTF-8
+has_locale() {
+  locale -a 2>/dev/null | grep -qix 'de_DE\.utf-\?8'
+}
+
+[ ${#missing[@]} -eq 0 ] && has_locale && exit 0
 
 if [ "$(id -u)" -ne 0 ]; then
-  echo "setup: missing packages: ${missing[*]} (run as root to install them)" >&2
+  [ ${#missing[@]} -eq 0 ] || echo "setup: missing packages: ${missing[*]} (run as root to install them)" >&2
+  has_locale || echo "setup: locale $test_locale missing (run as root to generate it; its tests skip)" >&2
+  [ ${#missing[@]} -eq 0 ] && exit 0
   exit 1
 fi
-echo "setup: installing ${missing[*]}"
-apt-get update -qq
-DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}"
+if [ ${#missing[@]} -ne 0 ]; then
+  echo "setup: installing ${missing[*]}"
+  apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}"
+fi
+if ! has_locale; then
+  echo "setup: generating locale $test_locale"
+  touch /etc/locale.gen
+  if grep -q "^# *$test_locale UTF-8" /etc/locale.gen; then
+    sed -i "s/^# *$test_locale UTF-8/$test_locale UTF-8/" /etc/locale.gen
+  elif ! grep -q "^$test_locale UTF-8" /etc/locale.gen; then
+    echo "$test_locale UTF-8" >>/etc/locale.gen
+  fi
+  locale-gen >/dev/null
+fi

@@ -8,8 +8,11 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <string>
 
 #include "FgZuWrapperPrivate.h"
+#include "ParameterInfoBuilderXML.h"
 #include "hap_runtime.h"
 #include "pelagon_errors.h"
 
@@ -133,64 +136,35 @@ RegisterInfo* FgZuWrapper::getUnwrappedParameterInfo() {
     return d->mWrapperFg->DLL_Fg_getParameterInfo(d->mFglibFg, 0);
 }
 
-// Field caches hold 32-bit elements for the integer forms and 64-bit elements
-// for the 64-bit and double forms; the record's `vtype` says which.
-void FgZuWrapper::setFieldCache(void* cache, const FieldParameterInt_s* field) {
-    if (!cache || !field) return;
-    static_cast<uint32_t*>(cache)[field->index] = field->value;
+int32_t FgZuWrapper::elementType(const FieldParameterAccess& field) {
+    static_assert(sizeof field.vtype == sizeof(int32_t));
+    int32_t code = 0;
+    std::memcpy(&code, &field.vtype, sizeof code);
+    return code;
 }
 
-void FgZuWrapper::setFieldCache(void* cache, const FieldParameterAccess* field) {
-    if (!cache || !field || !field->p.p_uint32_t) return;
-    switch (field->vtype) {
-        case FG_PARAM_TYPE_INT32_T:
-        case FG_PARAM_TYPE_UINT32_T:
-            std::memcpy(static_cast<uint32_t*>(cache) + field->index, field->p.p_uint32_t,
-                        sizeof(uint32_t) * field->count);
-            break;
-        case FG_PARAM_TYPE_INT64_T:
-        case FG_PARAM_TYPE_UINT64_T:
-        case FG_PARAM_TYPE_DOUBLE:
-            std::memcpy(static_cast<uint64_t*>(cache) + field->index, field->p.p_uint64_t,
-                        sizeof(uint64_t) * field->count);
-            break;
-        default:
-            break;
-    }
+int32_t FgZuWrapper::typeCode(const FgParamTypes& type) {
+    static_assert(sizeof type == sizeof(int32_t));
+    int32_t code = 0;
+    std::memcpy(&code, &type, sizeof code);
+    return code;
 }
 
-void FgZuWrapper::setFieldCache(void* cache, const FieldParameterDouble_s* field) {
-    if (!cache || !field) return;
-    static_cast<double*>(cache)[field->index] = field->value;
-}
-
-void FgZuWrapper::getFieldCache(const void* cache, FieldParameterInt_s* field) {
-    if (!cache || !field) return;
-    field->value = static_cast<const uint32_t*>(cache)[field->index];
-}
-
-void FgZuWrapper::getFieldCache(const void* cache, FieldParameterAccess* field) {
-    if (!cache || !field || !field->p.p_uint32_t) return;
-    switch (field->vtype) {
-        case FG_PARAM_TYPE_INT32_T:
-        case FG_PARAM_TYPE_UINT32_T:
-            std::memcpy(field->p.p_uint32_t, static_cast<const uint32_t*>(cache) + field->index,
-                        sizeof(uint32_t) * field->count);
-            break;
-        case FG_PARAM_TYPE_INT64_T:
-        case FG_PARAM_TYPE_UINT64_T:
-        case FG_PARAM_TYPE_DOUBLE:
-            std::memcpy(field->p.p_uint64_t, static_cast<const uint64_t*>(cache) + field->index,
-                        sizeof(uint64_t) * field->count);
-            break;
-        default:
-            break;
-    }
-}
-
-void FgZuWrapper::getFieldCache(const void* cache, FieldParameterDouble_s* field) {
-    if (!cache || !field) return;
-    field->value = static_cast<const double*>(cache)[field->index];
+bool FgZuWrapper::copyField(void* cache, size_t elementSize, size_t size, const FieldParameterAccess* field,
+                            bool intoCache) {
+    if (!cache || !field || !field->p.p_uint32_t) return false;
+    const int32_t type = elementType(*field);
+    const bool fits = elementSize == sizeof(uint32_t)
+                          ? type == FG_PARAM_TYPE_INT32_T || type == FG_PARAM_TYPE_UINT32_T
+                          : type == FG_PARAM_TYPE_DOUBLE;
+    const size_t index = field->index, count = field->count;
+    if (!fits || index > size || count > size - index) return false;
+    char* slice = static_cast<char*>(cache) + index * elementSize;
+    if (intoCache)
+        std::memmove(slice, field->p.p_uint32_t, count * elementSize);
+    else
+        std::memmove(field->p.p_uint32_t, slice, count * elementSize);
+    return true;
 }
 
 RegisterInfo* FgZuWrapper::Fg_getParameterInfo(int port) {
@@ -207,11 +181,30 @@ int FgZuWrapper::Fg_getLastErrorNumberZu() {
     return d->mWrapperFg->DLL_Fg_getLastErrorNumber(d->mFglibFg);
 }
 
-// Configuration and the XML description belong to the applet layers built on
-// top of this class; the base offers neither.
+// Configuration belongs to the applet layers built on top of this class.
 int FgZuWrapper::Fg_saveConfig(Fg_Struct*, const char*) { return PGN_ERR_NOT_SUPPORTED; }
 int FgZuWrapper::Fg_loadConfig(Fg_Struct*, const char*) { return PGN_ERR_NOT_SUPPORTED; }
-int FgZuWrapper::Fg_getParameterInfoXML(Fg_Struct*, int, char*, size_t*) { return PGN_ERR_NOT_SUPPORTED; }
+
+// The caller asks for the size with a null buffer first, then passes a buffer
+// of that size; a buffer too small is refused without touching its size.
+int FgZuWrapper::Fg_getParameterInfoXML(Fg_Struct*, int port, char* infoBuffer, size_t* infoBufferSize) {
+    if (infoBufferSize == nullptr) return setError(PGN_ERR_INVALID_ARGUMENT);
+    if (infoBuffer != nullptr && *infoBufferSize == 0) return setError(PGN_ERR_OUT_OF_MEMORY);
+    if (d->mParameterInfo == nullptr || d->mParameterInfo->getRegisterInfo(port) == nullptr)
+        return setError(PGN_ERR_DECODE);
+    std::string document;
+    try {
+        document = ParameterInfoBuilderXML(*d->mParameterInfo, *this, port).build();
+    } catch (const std::bad_alloc&) {
+        return setError(PGN_ERR_OUT_OF_MEMORY);
+    }
+    if (infoBuffer != nullptr) {
+        if (document.size() >= *infoBufferSize) return setError(PGN_ERR_OUT_OF_MEMORY);
+        std::memcpy(infoBuffer, document.c_str(), document.size() + 1);
+    }
+    *infoBufferSize = document.size() + 1;
+    return setError(PGN_OK);
+}
 
 // This design has no shading unit: allocation fails with -1, every other
 // shading operation is not supported.

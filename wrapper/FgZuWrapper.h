@@ -5,8 +5,10 @@
 // a virtual operation that the applet class overrides.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
+#include <type_traits>
 
 #include "fg_api.h"
 #include "parameterInfo.h"
@@ -82,14 +84,59 @@ public:
     int setUnwrappedParameter(int id, const void* value, unsigned int dma);
     RegisterInfo* getUnwrappedParameterInfo();
 
-    // Copy between an array cache and the caller's field record. No bounds are
-    // checked here: the parameter's setter checks them first.
-    static void setFieldCache(void* cache, const FieldParameterInt_s* field);
-    static void setFieldCache(void* cache, const FieldParameterAccess* field);
-    static void setFieldCache(void* cache, const FieldParameterDouble_s* field);
-    static void getFieldCache(const void* cache, FieldParameterInt_s* field);
-    static void getFieldCache(const void* cache, FieldParameterAccess* field);
-    static void getFieldCache(const void* cache, FieldParameterDouble_s* field);
+    // Copy between an array cache and the caller's field record. The cache is
+    // passed as the array it is, so that its element type and size are known
+    // here: a range record moves elements only when its `vtype` names that
+    // element type (32-bit caches: signed or unsigned 32-bit; double caches:
+    // double) and the range lies inside the cache; single-element records
+    // exist only for their own element type. Anything else, or a null record
+    // or array, moves nothing and answers false. The parameter's setter
+    // checks bounds and types first and reports them; this is the last guard.
+    template <typename Element, size_t N>
+        requires std::is_same_v<Element, uint32_t> || std::is_same_v<Element, double>
+    static bool setFieldCache(Element (&cache)[N], const FieldParameterAccess* field) {
+        return copyField(cache, sizeof(Element), N, field, true);
+    }
+    template <typename Element, size_t N>
+        requires std::is_same_v<Element, uint32_t> || std::is_same_v<Element, double>
+    static bool getFieldCache(const Element (&cache)[N], FieldParameterAccess* field) {
+        return copyField(const_cast<Element*>(cache), sizeof(Element), N, field, false);
+    }
+    // FieldParameterInt_s with 32-bit caches, FieldParameterDouble_s with double caches.
+    template <typename Single, typename Element, size_t N>
+        requires std::is_same_v<decltype(Single::value), Element>
+    static bool setFieldCache(Element (&cache)[N], const Single* field) {
+        if (!field || field->index >= N) return false;
+        cache[field->index] = field->value;
+        return true;
+    }
+    template <typename Single, typename Element, size_t N>
+        requires std::is_same_v<decltype(Single::value), Element>
+    static bool getFieldCache(const Element (&cache)[N], Single* field) {
+        if (!field || field->index >= N) return false;
+        field->value = cache[field->index];
+        return true;
+    }
+
+    // The element type code of a range record as the plain integer a C caller
+    // stored there: any int may arrive, so it is never read as an enum value.
+    static int32_t elementType(const FieldParameterAccess& field);
+    // The same for a type argument handed in by a caller.
+    static int32_t typeCode(const FgParamTypes& type);
+    // Whether a single-element access with type argument `type` may use a
+    // record of type Single: any type selects the single element, but a type
+    // that names the record of another element type (a 64-bit integer or
+    // double element where 32 bits are held, say) is refused, since its record
+    // has another layout.
+    template <typename Single>
+    static bool singleRecordFits(int32_t type) {
+        const bool namesRecord = type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT ||
+                                 type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64 ||
+                                 type == FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE;
+        const int32_t own = std::is_same_v<Single, FieldParameterDouble_s> ? FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE
+                                                                             : FG_PARAM_TYPE_STRUCT_FIELDPARAMINT;
+        return !namesRecord || type == own;
+    }
 
     // The registry's record for `port` (head of its top-level list).
     RegisterInfo* Fg_getParameterInfo(int port);
@@ -109,6 +156,12 @@ public:
 
 protected:
     FgZuWrapperPrivate* d;
+
+private:
+    // Moves a range between the caller's array and a cache of `size`
+    // elements of `elementSize` bytes (4: 32-bit integers, 8: doubles).
+    static bool copyField(void* cache, size_t elementSize, size_t size, const FieldParameterAccess* field,
+                          bool intoCache);
 };
 
 namespace pelagon {

@@ -1,0 +1,222 @@
+// Entry writes and reads of the LUT fields, and a sweep of every field
+// parameter with every element type a caller could name: nothing may move
+// elements of another size than the cache or register holds.
+#include <climits>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "BoundaryHelpers.h"
+#include "LutHost.h"
+
+using namespace lut;
+
+namespace {
+
+constexpr int kFault = -9;
+
+class LutFields : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(host.ok());
+        writeDistinctTables(host);
+        before = snapshot(host);
+        vboard::clearJournal(host.board);
+    }
+    AppletHost host;
+    Snapshot before;
+};
+
+}  // namespace
+
+TEST_F(LutFields, RangesMustLieInsideTheTable) {
+    std::vector<uint32_t> values(kSize, 5);
+    const struct {
+        uint32_t index, count;
+        int result;
+    } cases[] = {{4000, 97, PGN_ERR_OUT_OF_RANGE}, {4096, 0, PGN_ERR_OUT_OF_RANGE},
+                 {0, 4097, PGN_ERR_OUT_OF_RANGE},  {0xFFFFFFFFu, 2, PGN_ERR_OUT_OF_RANGE},
+                 {2, 0xFFFFFFFFu, PGN_ERR_OUT_OF_RANGE}, {4000, 96, 0}, {0, 4096, 0}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(setRange(host, RED, range(values.data(), c.index, c.count)), c.result)
+            << "index " << c.index << " count " << c.count;
+        // The read applies the same bounds, as an invalid argument.
+        FieldParameterAccess read = range(values.data(), c.index, c.count);
+        EXPECT_EQ(getRange(host, RED, read), c.result == 0 ? 0 : PGN_ERR_INVALID_ARGUMENT);
+    }
+    EXPECT_EQ(registers(host, 0), Table(kSize, 5));
+    EXPECT_EQ(setRange(host, GREEN, range(nullptr, 0, 1)), PGN_ERR_OUT_OF_RANGE) << "a range without an array";
+    EXPECT_EQ(registers(host, 1), before.hardware[1]);
+}
+
+TEST_F(LutFields, APartialRangeChangesOnlyItsEntries) {
+    std::vector<uint32_t> values{100, 200, 300};
+    ASSERT_EQ(setRange(host, BLUE, range(values.data(), 4093, 3)), 0);
+    Table expected = before.hardware[2];
+    std::copy(values.begin(), values.end(), expected.begin() + 4093);
+    EXPECT_EQ(registers(host, 2), expected);
+    EXPECT_EQ(cached(host, 2), expected);
+    std::vector<uint32_t> back(3);
+    FieldParameterAccess read = range(back.data(), 4093, 3, FG_PARAM_TYPE_INT32_T);
+    ASSERT_EQ(getRange(host, BLUE, read), 0);
+    EXPECT_EQ(back, values);
+}
+
+// Only the first value is range-checked by the applet; the others are the
+// register's business (this board refuses them, and the entries roll back).
+TEST_F(LutFields, OnlyTheFirstValueIsRangeChecked) {
+    std::vector<uint32_t> values{4096, 1};
+    EXPECT_EQ(setRange(host, RED, range(values.data(), 0, 2)), PGN_ERR_OUT_OF_RANGE);
+    std::vector<int32_t> negative{-1, 1};
+    EXPECT_EQ(setRange(host, RED, range(negative.data(), 0, 2, FG_PARAM_TYPE_INT32_T)), PGN_ERR_OUT_OF_RANGE);
+
+    // Named as single-element records, the range passes the applet's type
+    // test, so the board's verdict on the type shows how far it got: a
+    // second value of 5000 reaches the board, a first value of 4096 does not.
+    values = {4095, 5000};
+    EXPECT_EQ(setRange(host, RED, range(values.data(), 0, 2, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT)),
+              PGN_ERR_INVALID_ARGUMENT);
+    values = {4096, 0};
+    EXPECT_EQ(setRange(host, RED, range(values.data(), 0, 2, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT)),
+              PGN_ERR_OUT_OF_RANGE);
+
+    values = {4095, 5000};
+    EXPECT_EQ(setRange(host, RED, range(values.data(), 0, 2)), PGN_ERR_OUT_OF_RANGE) << "refused by the register";
+    EXPECT_EQ(snapshot(host), before);
+    EXPECT_TRUE(vboard::journal(host.board).empty());
+}
+
+TEST_F(LutFields, ARefusedWritePutsTheSavedEntriesBack) {
+    std::vector<uint32_t> values(96, 7);
+    vboard::injectFault(host.board, kRegisters[1], vboard::Access::Write, 1, kFault);
+    EXPECT_EQ(setRange(host, GREEN, range(values.data(), 4000, 96)), kFault);
+    EXPECT_EQ(boundary::lastError(host), kFault);
+    EXPECT_EQ(snapshot(host), before);
+
+    FieldParameterInt_s element{9, 17};
+    vboard::injectFault(host.board, kRegisters[1], vboard::Access::Write, 1, kFault);
+    EXPECT_EQ(host.api.Fg_setParameterWithType(host.fg, GREEN, &element, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT),
+              kFault);
+    EXPECT_EQ(snapshot(host), before);
+}
+
+TEST_F(LutFields, SingleEntriesAreCheckedAndWrittenAlone) {
+    const struct {
+        uint32_t value, index;
+        int result;
+    } cases[] = {{4095, 4095, 0}, {0, 0, 0}, {4096, 3, PGN_ERR_OUT_OF_RANGE}, {1, 4096, PGN_ERR_OUT_OF_RANGE},
+                 {1, 0xFFFFFFFFu, PGN_ERR_OUT_OF_RANGE}};
+    for (const auto& c : cases) {
+        FieldParameterInt_s element{c.value, c.index};
+        EXPECT_EQ(host.api.Fg_setParameterWithType(host.fg, BLUE, &element, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT),
+                  c.result)
+            << c.value << " at " << c.index;
+    }
+    EXPECT_EQ(vboard::journal(host.board).size(), 2u) << "one register element per accepted entry";
+    EXPECT_EQ(registers(host, 2)[4095], 4095u);
+    EXPECT_EQ(registers(host, 2)[0], 0u);
+    // Any type other than the range form means one element.
+    FieldParameterInt_s element{77, 5};
+    ASSERT_EQ(host.api.Fg_setParameterWithType(host.fg, BLUE, &element, 0, FG_PARAM_TYPE_UINT32_T), 0);
+    element.value = 0;
+    ASSERT_EQ(host.api.Fg_getParameterWithType(host.fg, BLUE, &element, 0, FG_PARAM_TYPE_DOUBLE), 0);
+    EXPECT_EQ(element.value, 77u);
+}
+
+// Every field parameter with every element type: in both directions only
+// the element types that fit are served, exactly `count` elements of the
+// cache's size move, and the caller's memory around them stays untouched.
+TEST_F(LutFields, EveryFieldWithEveryElementTypeMovesOnlyElementsOfItsOwnSize) {
+    std::vector<const RegisterInfo*> fields;
+    for (const RegisterInfo* r : boundary::leaves(host.api.Fg_getParameterInfo(host.fg, 0)))
+        if (r->format == REG_FORMAT_UINTFIELD || r->format == REG_FORMAT_DOUBLEFIELD) fields.push_back(r);
+    ASSERT_EQ(fields.size(), 5u);
+
+    const int32_t types[] = {0, 1, 2, 3, 4, 5, 6, 7, 4096, 4098, 4099, 4101, 8192, -1, -7, 12345, INT_MAX, INT_MIN};
+    constexpr size_t kGuard = 64;
+    constexpr unsigned char kPattern = 0xA5;
+    for (const RegisterInfo* field : fields) {
+        const bool isDouble = field->format == REG_FORMAT_DOUBLEFIELD;
+        const uint32_t count = isDouble ? field->u.dfReg.nrOfElements : field->u.uifReg.nrOfElements;
+        const size_t elementSize = isDouble ? sizeof(double) : sizeof(uint32_t);
+        for (int32_t type : types) {
+            const std::string where = std::string(field->parameterName) + " vtype " + std::to_string(type);
+            const bool fits = isDouble ? type == FG_PARAM_TYPE_DOUBLE
+                                       : type == FG_PARAM_TYPE_INT32_T || type == FG_PARAM_TYPE_UINT32_T;
+            // The single-element record code passes the LUT type test but moves nothing.
+            const bool accepted = fits || (!isDouble && type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT);
+
+            // Room for 8-byte elements between two guards.
+            std::vector<unsigned char> memory(2 * kGuard + count * sizeof(uint64_t), kPattern);
+            FieldParameterAccess access = range(memory.data() + kGuard, 0, count, type);
+            EXPECT_EQ(getRange(host, field->id, access), accepted ? 0 : PGN_ERR_INVALID_ARGUMENT) << where;
+            const size_t moved = fits ? count * elementSize : 0;
+            for (size_t i = kGuard + moved; i < memory.size(); ++i)
+                ASSERT_EQ(memory[i], kPattern) << where << ": byte " << i - kGuard << " of the caller's array";
+            for (size_t i = 0; i < kGuard; ++i) ASSERT_EQ(memory[i], kPattern) << where;
+
+            // Writes: entries that are valid as 32-bit values, whatever the type says.
+            std::vector<uint32_t> values(2 * count);
+            for (uint32_t i = 0; i < values.size(); ++i) values[i] = (i * 13) % kSize;
+            // The single-element record code is refused by the board instead.
+            const int expectedSet = isDouble ? PGN_ERR_READ_ONLY : fits ? 0 : PGN_ERR_INVALID_ARGUMENT;
+            EXPECT_EQ(setRange(host, field->id, range(values.data(), 0, count, type)), expectedSet) << where;
+            if (!isDouble) {
+                const int c = field->id - RED;
+                const Table expected = fits ? Table(values.begin(), values.begin() + count) : before.hardware[c];
+                ASSERT_EQ(registers(host, c), expected) << where;
+                ASSERT_EQ(cached(host, c), expected) << where;
+                ASSERT_EQ(setRange(host, field->id, range(before.hardware[c].data(), 0, count)), 0);
+            }
+        }
+    }
+}
+
+// Single elements: any type argument other than the range form selects the
+// field's own single-element record, except a type that names the record of
+// another element type, whose layout differs.
+TEST_F(LutFields, EveryFieldWithEveryTypeArgumentReadsOnlyItsOwnSingleRecord) {
+    std::vector<const RegisterInfo*> fields;
+    for (const RegisterInfo* r : boundary::leaves(host.api.Fg_getParameterInfo(host.fg, 0)))
+        if (r->format == REG_FORMAT_UINTFIELD || r->format == REG_FORMAT_DOUBLEFIELD) fields.push_back(r);
+    // Type arguments as a C caller may pass them.
+    using Get = int (*)(Fg_Struct*, int, void*, unsigned int, int32_t);
+    using Set = int (*)(Fg_Struct*, int, const void*, unsigned int, int32_t);
+    const auto get = reinterpret_cast<Get>(host.api.Fg_getParameterWithType);
+    const auto set = reinterpret_cast<Set>(host.api.Fg_setParameterWithType);
+
+    // Integers beyond the span of the type codes' enumeration are left out
+    // here: the exported calls take the argument as that enumeration.
+    const int32_t types[] = {0, 1, 2, 3, 4, 5, 6, 7, 4098, 4099, 4101, 8192, -1, -7, 12345, -16384, 16383};
+    constexpr unsigned char kPattern = 0xA5;
+    for (const RegisterInfo* field : fields) {
+        const bool isDouble = field->format == REG_FORMAT_DOUBLEFIELD;
+        const size_t recordSize = isDouble ? sizeof(FieldParameterDouble_s) : sizeof(FieldParameterInt_s);
+        for (int32_t type : types) {
+            const std::string where = std::string(field->parameterName) + " type " + std::to_string(type);
+            const bool other = isDouble ? type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT ||
+                                              type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64
+                                        : type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64 ||
+                                              type == FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE;
+            alignas(8) unsigned char memory[64];
+            std::memset(memory, kPattern, sizeof memory);
+            const unsigned index = 3;
+            std::memcpy(memory + (isDouble ? sizeof(double) : sizeof(uint32_t)), &index, sizeof index);
+            EXPECT_EQ(get(host.fg, field->id, memory, 0, type), other ? PGN_ERR_INVALID_ARGUMENT : 0) << where;
+            for (size_t i = recordSize; i < sizeof memory; ++i) ASSERT_EQ(memory[i], kPattern) << where << " byte " << i;
+
+            if (isDouble) {
+                EXPECT_EQ(set(host.fg, field->id, memory, 0, type), PGN_ERR_READ_ONLY) << where;
+                continue;
+            }
+            const FieldParameterInt_s element{42, index};
+            EXPECT_EQ(set(host.fg, field->id, &element, 0, type), other ? PGN_ERR_INVALID_ARGUMENT : 0) << where;
+            const int c = field->id - RED;
+            EXPECT_EQ(registers(host, c)[index], other ? before.hardware[c][index] : 42u) << where;
+            FieldParameterInt_s restore{before.hardware[c][index], index};
+            ASSERT_EQ(host.api.Fg_setParameterWithType(host.fg, field->id, &restore, 0,
+                                                       FG_PARAM_TYPE_STRUCT_FIELDPARAMINT),
+                      0);
+        }
+    }
+}
