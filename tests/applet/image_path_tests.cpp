@@ -20,8 +20,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-const std::string kRegisterPrefix = "Device1_";
-std::string trigger(const std::string& name) { return kRegisterPrefix + "Process1_Trigger_TriggerCam0_" + name; }
 
 // What a test asks for, in the user's terms.
 struct Scene {
@@ -196,40 +194,25 @@ public:
         }
     }
 
-    // Software trigger mode as the trigger block's registers set it up: queue
-    // on, pulses through pulse form generator 0 to the camera, counted.
-    void softwareTrigger(uint64_t periodTicks) {
-        poke(trigger("Generators_ClearQueuePulse_Mode"), 1);
-        poke(trigger("Generators_EnableQueue_Select"), 1);
-        poke(trigger("Generators_Generator_MinimumPeriod_Number"), periodTicks - 9);
-        poke(trigger("Generators_Queue_QueueFullValue_Number"), 2040);
-        poke(trigger("Generators_Queue_QueueEnabled_Select"), 1);
-        pulseFormsToCamera();
-        poke(trigger("Generators_ClearQueuePulse_Mode"), 0);
+    // The trigger system through the applet's parameters: pulse form
+    // generator 0 (which the camera trigger output shows) passes every pulse,
+    // and the output statistics count it.
+    void triggerSystem(const std::string& mode, const std::string& rate) {
+        g.set("FG_TRIGGER_PULSEFORMGEN0_DOWNSCALE", "1");
+        g.set("FG_TRIGGER_PULSEFORMGEN0_WIDTH", "10");
+        g.set("FG_TRIGGER_FRAMESPERSECOND", rate);
+        g.set("FG_TRIGGERCAMERA_OUT_SELECT", "PULSEGEN0");
+        g.set("FG_TRIGGEROUT_STATS_SOURCE", "PULSEGEN0");
+        g.set("FG_TRIGGEROUT_STATS_PULSECOUNT_CLEAR", "FG_APPLY");
+        g.set("FG_AREATRIGGERMODE", mode);
+        g.set("FG_TRIGGERQUEUE_MODE", "FG_ON");  // programs the queue outside generator mode only
+        g.set("FG_TRIGGERSTATE", "TS_SYNC_STOP");
+        g.set("FG_TRIGGERSTATE", "TS_ACTIVE");
     }
-
-    void generator(double pulsesPerSecond) {
-        poke(trigger("Generators_ClearQueuePulse_Mode"), 1);
-        poke(trigger("Generators_EnableQueue_Select"), 0);
-        poke(trigger("Generators_Generator_MinimumPeriod_Number"),
-             static_cast<uint64_t>(1.0 / (pulsesPerSecond * 8e-9)) - 9);
-        pulseFormsToCamera();
-        poke(trigger("Generators_ClearQueuePulse_Mode"), 0);
-    }
+    uint32_t pulsesCounted() { return g.get<uint32_t>(g.id("FG_TRIGGEROUT_STATS_PULSECOUNT")); }
 
     vboard::Grabber g;
 
-private:
-    void pulseFormsToCamera() {
-        poke(trigger("PulseFormGenerators_PulseFormGenerator0_Downscale_Downscale"), 1);
-        poke(trigger("PulseFormGenerators_PulseFormGenerator0_Downscale_SelectedPulse"), 1);
-        poke(trigger("PulseFormGenerators_PulseFormGenerator0_Width_Width"), 125);  // 1 µs
-        poke(trigger("PulseFormGenerators_Enable_Select"), 1);
-        poke(trigger("CameraControl_SelectTrigger_Select_Select"), 0);
-        poke(trigger("CameraControl_SelectTrigger_Polarity_Invert"), 0);
-        poke(trigger("OutputStatistics_Select_Select"), 0);
-        poke(trigger("OutputStatistics_ClearPulses_Mode"), 2);
-    }
 };
 
 // --- Pixels -----------------------------------------------------------------------------
@@ -298,6 +281,35 @@ INSTANTIATE_TEST_SUITE_P(
                       })),
     [](const ::testing::TestParamInfo<Scene>& param) { return std::string(param.param.label); });
 
+// The tables and gains as the applet computes and programs them from its
+// processing parameters, rather than poked.
+TEST(ImagePathProcessing, TheAppletsLutAndGainsShowInThePixels) {
+    Scene s;
+    s.invertedLut = true;
+    s.gains = {2.0, 1.0, 0.5};
+    Board b;
+    b.simulator(s);
+    b.imagePath(s);
+    b.g.set("FG_LUT_TYPE", "LUT_TYPE_PROCESSING");
+    b.g.set("FG_PROCESSING_OFFSET", "0");
+    b.g.set("FG_PROCESSING_GAIN", "1");
+    b.g.set("FG_PROCESSING_GAMMA", "1");
+    b.g.set("FG_PROCESSING_INVERT", "FG_ON");
+    b.g.set("FG_SCALINGFACTOR_RED", "2");
+    b.g.set("FG_SCALINGFACTOR_GREEN", "1");
+    b.g.set("FG_SCALINGFACTOR_BLUE", "0.5");
+    b.g.start(1);
+    ASSERT_EQ(b.g.waitForFrame(1, 5s), 1);
+    const std::vector<Rgb> got = unpack(b.g.frame(1));
+    const Expected expected(s);
+    for (uint32_t j = 0; j < s.height; j += 7)
+        for (uint32_t i = 0; i < s.width; i += 5) {
+            const Rgb e = expected.pixel(static_cast<int>(i), static_cast<int>(j));
+            const Rgb want{expected.convert(e.r), expected.convert(e.g), expected.convert(e.b)};
+            ASSERT_EQ(got[std::size_t{j} * s.width + i], want) << "pixel " << i << "," << j;
+        }
+}
+
 TEST(ImagePathRoll, EachFrameStepsThePatternByOne) {
     Scene s;
     s.pattern = "FG_HORIZONTAL";
@@ -339,17 +351,18 @@ TEST(ImagePathTrigger, SoftwarePulsesGiveOneFrameEachAndAreCounted) {
     b.simulator(Scene{});
     b.imagePath(Scene{});
     b.g.set("FG_CAMERASIMULATOR_TRIGGER_MODE", "RISING_EDGE_TRIGGERS_FRAME");
-    b.softwareTrigger(125000 * 10);  // 10 ms apart: each frame (about 1 ms) is done before the next pulse
+    // 100 pulses per second: each frame (about 1 ms) is done before the next pulse.
+    b.triggerSystem("ATM_SOFTWARE", "100");
     b.g.allocateBuffers(8);
     b.g.start();
     constexpr int kPulses = 5;
-    for (int i = 0; i < kPulses; ++i) b.poke(trigger("TriggerMode_SoftwareTrigger_Mode"), 2);
+    b.g.set("FG_SENDSOFTWARETRIGGER", std::to_string(kPulses));
     EXPECT_EQ(b.g.waitForFrame(kPulses, 5s), kPulses);
     EXPECT_THROW(b.g.waitForFrame(kPulses + 1, 100ms), vboard::Error);
     EXPECT_EQ(b.g.lastFrame(), kPulses);
-    EXPECT_EQ(b.peek(trigger("OutputStatistics_ReadPulses_Status")), uint64_t{kPulses});
-    EXPECT_EQ(b.peek(trigger("Generators_QueueValue_Status")), 0u);
-    EXPECT_EQ(b.peek("Device1_Process1_Trigger_Monitoring_ReadQueueStatus_Status") & 4, 0u) << "a frame went missing";
+    EXPECT_EQ(b.pulsesCounted(), uint32_t{kPulses});
+    EXPECT_EQ(b.g.get<uint32_t>(b.g.id("FG_TRIGGERQUEUE_FILLLEVEL")), 0u);
+    EXPECT_EQ(b.g.get<uint32_t>(b.g.id("FG_MISSING_CAMERA_FRAME_RESPONSE")), 0u);
 }
 
 TEST(ImagePathTrigger, TheGeneratorAtFiftyPulsesPerSecondGivesAboutFiftyFrames) {
@@ -359,15 +372,15 @@ TEST(ImagePathTrigger, TheGeneratorAtFiftyPulsesPerSecondGivesAboutFiftyFrames) 
     b.g.set("FG_CAMERASIMULATOR_TRIGGER_MODE", "RISING_EDGE_TRIGGERS_FRAME");
     b.g.allocateBuffers(8);
     b.g.start();
-    b.generator(50.0);
     const auto begin = std::chrono::steady_clock::now();
+    b.triggerSystem("ATM_GENERATOR", "50");
     std::this_thread::sleep_for(1s);
     const int64_t frames = b.g.lastFrame();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     b.g.stop();
     EXPECT_GE(frames, static_cast<int64_t>(35 * seconds));
     EXPECT_LE(frames, static_cast<int64_t>(65 * seconds) + 1);
-    EXPECT_GE(b.peek(trigger("OutputStatistics_ReadPulses_Status")), static_cast<uint64_t>(frames));
+    EXPECT_GE(b.pulsesCounted(), static_cast<uint32_t>(frames));
 }
 
 // --- Threads and lifetime ----------------------------------------------------------

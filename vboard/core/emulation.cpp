@@ -133,11 +133,15 @@ void DesignEmulation::written(int n, Clock::time_point now) {
 void DesignEmulation::triggerSettingsChanged(Clock::time_point now) {
     const bool released = u(Process1_Trigger_TriggerCam0_Generators_ClearQueuePulse_Mode) == 0;
     const bool fromQueue = u(Process1_Trigger_TriggerCam0_Generators_EnableQueue_Select) == 1;
-    if (!released) queued_ = 0;
+    // The status registers change only when pulses are dropped here, so a
+    // change of settings alone leaves them as they read.
+    if (!released && queued_ > 0) {
+        queued_ = 0;
+        statusDirty_ = true;
+    }
     if (released && (!released_ || fromQueue != fromQueue_)) nextPulse_ = readyAt_ = now;
     released_ = released;
     fromQueue_ = fromQueue;
-    statusDirty_ = true;
 }
 
 void DesignEmulation::advanceTrigger(Clock::time_point now) {

@@ -21,7 +21,8 @@
 //    bit 1 (queue full) or bit 0 (period exceeded) of
 //    Monitoring_ReadQueueStatus_Status. Generators_QueueValue_Status counts
 //    the waiting pulses and Generator_MaximumReached_Status is 1 while the
-//    stage could take the next one.
+//    stage could take the next one. These status registers are written when
+//    pulses come, pass or are dropped, and stay as they are in between.
 //  - TriggerCam0_Generators_Sequence_Downscale n: each pulse taken from the
 //    queue becomes n pulses, one period apart.
 //  - TriggerCam0_PulseFormGenerators_Enable_Select 1 feeds the pulses to the
