@@ -439,7 +439,7 @@ TEST(ImagePathGrabber, RefusalsCarryTheNumberAndItsMeaning) {
         FAIL() << "width 40 accepted";
     } catch (const vboard::Error& e) {
         EXPECT_EQ(e.code(), -7080);
-        EXPECT_NE(std::string(e.what()).find("FG_WIDTH"), std::string::npos) << e.what();
+        EXPECT_NE(std::string(e.what()).find("FG_WIDTH to 40"), std::string::npos) << e.what();
         EXPECT_NE(std::string(e.what()).find("multiple"), std::string::npos) << e.what();
     }
     EXPECT_THROW(b.g.set("FG_FORMAT", "FG_COL47"), vboard::Error);

@@ -97,6 +97,20 @@ void collect(const RegisterInfo* r, const std::string& group, std::vector<Parame
 }
 
 // Whole text as a number of type T; nullopt-like false when it is not one.
+// A value as an error message quotes it.
+template <typename T>
+std::string shown(const T& value) {
+    if constexpr (std::is_same_v<T, std::string>) {
+        return "\"" + value + "\"";
+    } else if constexpr (std::is_floating_point_v<T>) {
+        char text[64];
+        std::snprintf(text, sizeof text, "%.17g", value);
+        return text;
+    } else {
+        return std::to_string(value);
+    }
+}
+
 template <typename T>
 bool parseNumber(const std::string& text, T& value) {
     if (text.empty() || std::isspace(static_cast<unsigned char>(text.front()))) return false;
@@ -243,7 +257,7 @@ void Grabber::set(int id, const T& value) {
         result = m.api.Fg_setParameterWithType(m.fg, id, value.c_str(), 0, FG_PARAM_TYPE_CHAR_PTR);
     else
         result = m.api.Fg_setParameterWithType(m.fg, id, &value, 0, typeOf<T>());
-    m.check(result, [&] { return "setting " + m.describe(id); });
+    m.check(result, [&] { return "setting " + m.describe(id) + " to " + shown(value); });
 }
 
 template <typename T>
