@@ -94,3 +94,19 @@ TEST(VBoardExports, LegacyVariantWorksOnTheSharedBoard) {
     vboard::destroyBoard(board);
     dlclose(legacy);
 }
+
+// The application side's library shows its API and nothing else (no
+// standard library templates, no runtime functions).
+TEST(VBoardExports, TheGrabberLibraryExportsOnlyItsApi) {
+    FILE* pipe = popen(("nm -D --defined-only -C '" + kLib + "/libpelagon_grabber.so' 2>/dev/null").c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    char line[2048];
+    int count = 0;
+    while (std::fgets(line, sizeof line, pipe)) {
+        const std::string text(line);
+        ++count;
+        EXPECT_NE(text.find(" vboard::"), std::string::npos) << text;
+    }
+    pclose(pipe);
+    EXPECT_GT(count, 10);
+}

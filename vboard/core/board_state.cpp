@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "acquisition.h"
+
 #include "parameterInfo.h"
 #include "pelagon_errors.h"
 
@@ -60,6 +62,18 @@ void ZUdevice::bind(std::shared_ptr<const DesignModel> model) {
     const RegisterModel* dna = reg(kFpgaDnaName, &n);
     if (dna && dna->kind == 'U' && kFpgaDna <= dna->maxRaw())
         cells[static_cast<std::size_t>(n - 1)].raw[0] = kFpgaDna;
+    emulation = std::make_unique<vboard::DesignEmulation>(*this);
+    sync();
+}
+
+void ZUdevice::sync() {
+    if (emulation)
+        emulation->sync(vboard::Clock::now());
+}
+
+void ZUdevice::written(int n) {
+    if (emulation)
+        emulation->written(n, vboard::Clock::now());
 }
 
 const RegisterModel* ZUdevice::reg(long long n) const {
@@ -93,6 +107,7 @@ int ZUdevice::commit(int n, unsigned first, const std::vector<uint64_t>& raws, P
     const RegisterModel& r = *reg(n);
     if (int code = takeFault(r, Access::Write))
         return code;
+    sync();
     std::vector<uint64_t>& stored = cells[static_cast<std::size_t>(n - 1)].raw;
     for (std::size_t i = 0; i < raws.size(); ++i) {
         unsigned element = first + static_cast<unsigned>(i);
@@ -100,6 +115,7 @@ int ZUdevice::commit(int n, unsigned first, const std::vector<uint64_t>& raws, P
         double d = r.kind == 'D' ? r.decodeDouble(raws[i]) : 0.0;
         journal.push_back(vboard::JournalEntry{n, r.name, element, r.kind, raws[i], d, {}, path});
     }
+    written(n);
     return PGN_OK;
 }
 
@@ -115,6 +131,7 @@ int ZUdevice::commitText(int n, const std::string& text, Path path) {
 int ZUdevice::fetch(int n, unsigned first, unsigned count, uint64_t* out) {
     if (int code = takeFault(*reg(n), Access::Read))
         return code;
+    sync();
     const std::vector<uint64_t>& stored = cells[static_cast<std::size_t>(n - 1)].raw;
     std::copy_n(stored.begin() + first, count, out);
     return PGN_OK;
@@ -128,7 +145,12 @@ int ZUdevice::fetchText(int n, std::string& out) {
 }
 
 RuntimeHandle::RuntimeHandle() = default;
-RuntimeHandle::~RuntimeHandle() = default;
+// Handles are destroyed outside the state lock (Fg_FreeGrabber), so a running
+// acquisition can be stopped here.
+RuntimeHandle::~RuntimeHandle() {
+    if (acquisition)
+        acquisition->stop();
+}
 
 void RuntimeHandle::detach() {
     board = nullptr;
@@ -142,6 +164,8 @@ namespace vboard::detail {
 ZUdevice* State::board(ZUdevice* b) { return boards.count(b) ? b : nullptr; }
 
 fpga_design* State::design(fpga_design* d) { return designs.count(d) ? d : nullptr; }
+
+dma_mem* State::memory(dma_mem* m) { return memories.count(m) ? m : nullptr; }
 
 RuntimeHandle* State::handle(Fg_Struct* fg, bool evenDetached) {
     auto it = handles.find(fg);
@@ -164,11 +188,7 @@ fpga_design* loadDesign(const void* image, std::size_t size, int boardType) try 
     for (std::size_t i = 0; i < model->events.size(); ++i)
         design->events.push_back(hap_event_data{model->events[i].name.c_str(), static_cast<unsigned>(i),
                                                 model->events[i].firmware ? 1 : 0});
-    State& s = state();
-    std::lock_guard lock(s.mutex);
-    fpga_design* handle = design.get();
-    s.designs.emplace(handle, std::move(design));
-    return handle;
+    return state().keep(&State::designs, std::move(design));
 } catch (const std::exception&) {
     return nullptr;  // out of memory: the design is simply not loaded
 }

@@ -12,11 +12,15 @@
 #include <vector>
 
 #include "design_model.h"
+#include "emulation.h"
 #include "fg_api.h"
 #include "hap_runtime.h"
 #include "vboard/vboard.h"
 
 class Fg_ParameterInfo;
+namespace vboard::detail {
+class Acquisition;
+}
 
 // A design loaded by the design runtime. The model is shared with the boards
 // it is bound to, so unloading the design does not pull it from under them.
@@ -45,6 +49,9 @@ struct VBOARD_API ZUdevice {
     std::vector<Cells> cells;  // cells[n - 1] belongs to register n
     std::vector<vboard::JournalEntry> journal;
     std::vector<Fault> faults;
+    // What the design does on its own (trigger block, simulator timing);
+    // present while a design is bound.
+    std::unique_ptr<vboard::DesignEmulation> emulation;
 
     // Binds a design and sets every register to its reset value. The journal
     // and pending faults are kept.
@@ -52,6 +59,11 @@ struct VBOARD_API ZUdevice {
     // Register n of the bound design, or null.
     const vboard::RegisterModel* reg(long long n) const;
     const vboard::RegisterModel* reg(const std::string& name, int* number) const;
+
+    // Brings the emulated design up to now before a register is looked at or
+    // changed, and lets it act on a register just stored.
+    void sync();
+    void written(int n);
 
     // Counts the access against pending faults; the code of a fault that
     // fires now, else 0.
@@ -76,6 +88,9 @@ struct VBOARD_API RuntimeHandle {
     uint32_t timeout = 1000000;
     uint32_t apcStopTimeout = 5;
     std::unique_ptr<Fg_ParameterInfo> info;  // parameter-info tree, built on first request
+    // The running acquisition, or the last one, stopped. Its thread takes
+    // the state lock, so it is stopped only without the lock held.
+    std::shared_ptr<vboard::detail::Acquisition> acquisition;
 
     RuntimeHandle();
     ~RuntimeHandle();
@@ -94,12 +109,24 @@ struct VBOARD_API State {
     std::unordered_map<ZUdevice*, std::unique_ptr<ZUdevice>> boards;
     std::unordered_map<fpga_design*, std::unique_ptr<fpga_design>> designs;
     std::unordered_map<Fg_Struct*, std::unique_ptr<RuntimeHandle>> handles;
+    std::unordered_map<dma_mem*, std::unique_ptr<dma_mem>> memories;
     int initError = 0;          // last error of the latest Fg_InitHandle*
     int pendingInitFailure = 0; // failNextInit
+
+    // Takes the lock and files a new object in one of the maps; returns the
+    // handle it is known by.
+    template <typename T>
+    T* keep(std::unordered_map<T*, std::unique_ptr<T>> State::*map, std::unique_ptr<T> item) {
+        std::lock_guard lock(mutex);
+        T* handle = item.get();
+        (this->*map).emplace(handle, std::move(item));
+        return handle;
+    }
 
     // Null for null or unknown pointers.
     ZUdevice* board(ZUdevice* b);
     fpga_design* design(fpga_design* d);
+    dma_mem* memory(dma_mem* m);
     // Null for unknown handles; detached handles only with `evenDetached`.
     RuntimeHandle* handle(Fg_Struct* fg, bool evenDetached = false);
 };

@@ -42,12 +42,7 @@ ZUdevice::Cells& cellsOf(ZUdevice& board, const Named& r) { return board.cells[s
 }  // namespace
 
 ZUdevice* createBoard() {
-    auto board = std::make_unique<ZUdevice>();
-    State& s = state();
-    std::lock_guard lock(s.mutex);
-    ZUdevice* handle = board.get();
-    s.boards.emplace(handle, std::move(board));
-    return handle;
+    return state().keep(&State::boards, std::make_unique<ZUdevice>());
 }
 
 void destroyBoard(ZUdevice* board) {
@@ -77,7 +72,9 @@ uint64_t peek(ZUdevice* board, const std::string& name, unsigned element) {
     State& s = state();
     std::lock_guard lock(s.mutex);
     ZUdevice& b = liveBoard(s, board);
-    return cellsOf(b, namedRegister(b, name, 'U', element)).raw[element];
+    Named r = namedRegister(b, name, 'U', element);
+    b.sync();
+    return cellsOf(b, r).raw[element];
 }
 
 double peekDouble(ZUdevice* board, const std::string& name, unsigned element) {
@@ -85,6 +82,7 @@ double peekDouble(ZUdevice* board, const std::string& name, unsigned element) {
     std::lock_guard lock(s.mutex);
     ZUdevice& b = liveBoard(s, board);
     Named r = namedRegister(b, name, 'D', element);
+    b.sync();
     return r.reg.decodeDouble(cellsOf(b, r).raw[element]);
 }
 
@@ -103,7 +101,9 @@ void poke(ZUdevice* board, const std::string& name, uint64_t value, unsigned ele
     if (value > r.reg.maxRaw())
         throw Error("vboard: " + std::to_string(value) + " does not fit the " + std::to_string(r.reg.width) +
                     " bits of " + name);
+    b.sync();
     cellsOf(b, r).raw[element] = value;
+    b.written(r.n);
 }
 
 void pokeDouble(ZUdevice* board, const std::string& name, double value, unsigned element) {
@@ -115,7 +115,9 @@ void pokeDouble(ZUdevice* board, const std::string& name, double value, unsigned
     if (!r.reg.encodeDouble(value, raw))
         throw Error("vboard: " + std::to_string(value) + " is outside the range 0.." +
                     std::to_string(r.reg.maxFixed()) + " of " + name);
+    b.sync();
     cellsOf(b, r).raw[element] = raw;
+    b.written(r.n);
 }
 
 void pokeString(ZUdevice* board, const std::string& name, const std::string& value) {

@@ -1,6 +1,7 @@
-// The frame grabber runtime of the virtual board. It answers as a board with
-// no camera attached: register parameters are read and written for real,
-// acquisition starts and stops but never delivers an image.
+// The frame grabber runtime of the virtual board: register parameters are
+// read and written for real, and acquisition runs the board's acquisition
+// engine, which delivers the frames of the emulated design (none while the
+// camera, which is not attached, is the image source).
 //
 // The same source builds the runtime variants that lack some functions:
 //   VBOARD_FGLIB_NO_SLAVE_AWARE_INIT  no Fg_InitHandleSlaveAware
@@ -12,6 +13,7 @@
 #include <limits>
 #include <optional>
 
+#include "acquisition.h"
 #include "board_state.h"
 #include "pelagon_errors.h"
 #include "runtime_export.h"
@@ -315,26 +317,54 @@ int notSupported(Fg_Struct* fg) {
     return onHandle(fg, [](RuntimeHandle&) { return PGN_ERR_NOT_SUPPORTED; });
 }
 
-int startAcquisition(Fg_Struct* fg, unsigned dma) {
-    return onHandle(fg, [dma](RuntimeHandle& h) {
+// Starts the engine on `mem` (null: the board runs but has nowhere to write).
+// A second start while running is accepted and changes nothing.
+int startAcquisition(Fg_Struct* fg, unsigned dma, int64_t count, dma_mem* mem) {
+    bool fresh = false;
+    int result = onHandle(fg, [&](RuntimeHandle& h) {
         if (int rc = refuseDma(dma))
             return rc;
-        // A second start while running is accepted: the board just keeps
-        // waiting for a camera.
+        if (mem && !state().memory(mem))
+            return static_cast<int>(PGN_ERR_INVALID_ARGUMENT);
+        fresh = !h.acquiring;
         h.acquiring = true;
         return static_cast<int>(PGN_OK);
     });
+    if (result != PGN_OK || !fresh)
+        return result;
+    // The engine's thread takes the state lock, so it is created outside it.
+    // It replaces the stopped engine of the previous acquisition (kept for
+    // its frame count), unless a stop came in between.
+    auto engine = std::make_shared<vboard::detail::Acquisition>(fg, mem ? mem->buffers : nullptr, count);
+    std::shared_ptr<vboard::detail::Acquisition> previous;
+    {
+        State& s = state();
+        std::lock_guard lock(s.mutex);
+        RuntimeHandle* h = s.handle(fg);
+        if (h && h->acquiring) {
+            previous = std::move(h->acquisition);
+            h->acquisition = std::move(engine);
+        }
+    }
+    if (engine)
+        engine->stop();
+    return PGN_OK;
 }
 
 int stopAcquisition(Fg_Struct* fg, unsigned dma) {
-    return onHandle(fg, [dma](RuntimeHandle& h) {
+    std::shared_ptr<vboard::detail::Acquisition> running;
+    int result = onHandle(fg, [&](RuntimeHandle& h) {
         if (int rc = refuseDma(dma))
             return rc;
         if (!h.acquiring)
             return static_cast<int>(PGN_ERR_INVALID_ARGUMENT);
         h.acquiring = false;
+        running = h.acquisition;  // stays, stopped, for the frame count
         return static_cast<int>(PGN_OK);
     });
+    if (running)
+        running->stop();
+    return result;
 }
 
 }  // namespace
@@ -353,9 +383,19 @@ VBOARD_EXPORT Fg_Struct* Fg_InitHandle(const char* /*designName*/, ZUdevice* boa
 #endif
 
 VBOARD_EXPORT int Fg_FreeGrabber(Fg_Struct* fg) {
-    State& s = state();
-    std::lock_guard lock(s.mutex);
-    return s.handles.erase(fg) ? PGN_OK : PGN_ERR_NO_INSTANCE;
+    // The handle dies outside the lock: a running acquisition is stopped in
+    // its destructor, and the engine's thread needs the lock to end.
+    std::unique_ptr<RuntimeHandle> doomed;
+    {
+        State& s = state();
+        std::lock_guard lock(s.mutex);
+        auto it = s.handles.find(fg);
+        if (it == s.handles.end())
+            return PGN_ERR_NO_INSTANCE;
+        doomed = std::move(it->second);
+        s.handles.erase(it);
+    }
+    return PGN_OK;
 }
 
 VBOARD_EXPORT int Fg_getParameterIdByName(Fg_Struct* fg, const char* name) {
@@ -398,7 +438,9 @@ VBOARD_EXPORT int Fg_getParameter(Fg_Struct* fg, int id, void* value, unsigned i
 VBOARD_EXPORT int Fg_saveConfig(Fg_Struct* fg, const char* /*fileName*/) { return notSupported(fg); }
 VBOARD_EXPORT int Fg_loadConfig(Fg_Struct* fg, const char* /*fileName*/) { return notSupported(fg); }
 
-VBOARD_EXPORT int Fg_Acquire(Fg_Struct* fg, unsigned int dma, int64_t /*count*/) { return startAcquisition(fg, dma); }
+VBOARD_EXPORT int Fg_Acquire(Fg_Struct* fg, unsigned int dma, int64_t count) {
+    return startAcquisition(fg, dma, count, nullptr);
+}
 
 VBOARD_EXPORT int Fg_stopAcquire(Fg_Struct* fg, unsigned int dma) { return stopAcquisition(fg, dma); }
 
@@ -422,31 +464,56 @@ VBOARD_EXPORT int Fg_getAppletId(Fg_Struct* fg, const char* /*ignored*/) {
     });
 }
 
-VBOARD_EXPORT int Fg_AcquireEx(Fg_Struct* fg, unsigned int dma, int64_t /*count*/, int /*flag*/, dma_mem* /*mem*/) {
-    return startAcquisition(fg, dma);
+VBOARD_EXPORT int Fg_AcquireEx(Fg_Struct* fg, unsigned int dma, int64_t count, int /*flag*/, dma_mem* mem) {
+    return startAcquisition(fg, dma, count, mem);
 }
 
 VBOARD_EXPORT int Fg_stopAcquireEx(Fg_Struct* fg, unsigned int dma, dma_mem* /*mem*/, int /*flag*/) {
     return stopAcquisition(fg, dma);
 }
 
-VBOARD_EXPORT int64_t Fg_getStatusEx(Fg_Struct* fg, int /*param*/, int64_t /*data*/, unsigned int dma,
+// Queries other than those of vboard::StatusQuery answer 0.
+VBOARD_EXPORT int64_t Fg_getStatusEx(Fg_Struct* fg, int param, int64_t /*data*/, unsigned int dma,
                                      dma_mem* /*mem*/) {
-    return onHandle(fg, [dma](RuntimeHandle&) { return int64_t{refuseDma(dma)}; });
-}
-
-// No camera, so no image has arrived yet.
-VBOARD_EXPORT int64_t Fg_getLastPicNumberEx(Fg_Struct* fg, unsigned int dma, dma_mem* /*mem*/) {
-    return onHandle(fg, [dma](RuntimeHandle&) { return int64_t{refuseDma(dma)}; });
-}
-
-// Waiting would not change that, so the time-out is reported at once.
-VBOARD_EXPORT int64_t Fg_getLastPicNumberBlockingEx(Fg_Struct* fg, int64_t /*picNr*/, unsigned int dma,
-                                                    int /*timeout*/, dma_mem* /*mem*/) {
-    return onHandle(fg, [dma](RuntimeHandle&) {
-        int rc = refuseDma(dma);
-        return int64_t{rc != PGN_OK ? rc : vboard::kErrTimeout};
+    std::shared_ptr<vboard::detail::Acquisition> engine;
+    int64_t result = onHandle(fg, [&](RuntimeHandle& h) {
+        engine = h.acquisition;  // used outside the lock
+        if (int rc = refuseDma(dma))
+            return int64_t{rc};
+        return int64_t{param == vboard::kStatusAcquiring && h.acquiring ? 1 : 0};
     });
+    if (result < 0 || !engine)
+        return result;
+    if (param == vboard::kStatusFramesDelivered)
+        return engine->lastFrame();
+    if (param == vboard::kStatusFramesLost)
+        return engine->lostFrames();
+    return result;
+}
+
+VBOARD_EXPORT int64_t Fg_getLastPicNumberEx(Fg_Struct* fg, unsigned int dma, dma_mem* /*mem*/) {
+    std::shared_ptr<vboard::detail::Acquisition> engine;
+    int64_t result = onHandle(fg, [&](RuntimeHandle& h) {
+        engine = h.acquisition;  // used outside the lock
+        return int64_t{refuseDma(dma)};
+    });
+    return result < 0 || !engine ? result : engine->lastFrame();
+}
+
+// Waits (time-out in milliseconds) outside the lock, on the engine itself;
+// the time-out is recorded as the last error after the wait.
+VBOARD_EXPORT int64_t Fg_getLastPicNumberBlockingEx(Fg_Struct* fg, int64_t picNr, unsigned int dma, int timeout,
+                                                    dma_mem* /*mem*/) {
+    std::shared_ptr<vboard::detail::Acquisition> engine;
+    int64_t result = onHandle(fg, [&](RuntimeHandle& h) {
+        engine = h.acquisition;  // used outside the lock
+        int rc = refuseDma(dma);
+        return int64_t{rc != PGN_OK ? rc : h.acquiring ? PGN_OK : vboard::kErrTimeout};
+    });
+    if (result < 0)
+        return result;
+    int64_t waited = engine ? engine->waitFor(picNr, timeout) : vboard::kErrTimeout;
+    return onHandle(fg, [waited](RuntimeHandle&) { return waited; });
 }
 
 VBOARD_EXPORT RegisterInfo* Fg_getParameterInfo(Fg_Struct* fg, int port) {

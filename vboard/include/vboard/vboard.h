@@ -4,6 +4,7 @@
 // runtime libraries, so there is exactly one board world per process.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -34,9 +35,16 @@ struct JournalEntry {
     Path path;
 };
 
+// Failures of the control interface and of the application side. `code()`
+// is the error number behind the failure where there is one (the applet's or
+// the runtime's), else 0.
 class VBOARD_API Error : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    explicit Error(const std::string& message, int code = 0) : std::runtime_error(message), code_(code) {}
+    int code() const { return code_; }
+
+private:
+    int code_;
 };
 
 VBOARD_API ZUdevice* createBoard();  // a new board with no design bound
@@ -47,7 +55,8 @@ VBOARD_API std::vector<JournalEntry> journal(ZUdevice* board);
 VBOARD_API void clearJournal(ZUdevice* board);
 
 // Test access that bypasses read-only status, faults and the journal; width
-// and kind are still checked. All throw vboard::Error with a clear message
+// and kind are still checked. A poke acts on the design as a write would
+// (writing 2 to the software trigger register sends a pulse, for instance). All throw vboard::Error with a clear message
 // (unknown board/register, no design bound, wrong kind, bad element, value
 // does not fit).
 VBOARD_API uint64_t peek(ZUdevice* board, const std::string& name, unsigned element = 0);
@@ -64,6 +73,53 @@ VBOARD_API void pokeString(ZUdevice* board, const std::string& name, const std::
 // design; on a board without a design any name is accepted.
 VBOARD_API void injectFault(ZUdevice* board, const std::string& name, Access access, unsigned nth, int code);
 VBOARD_API void clearFaults(ZUdevice* board);
+
+// --- Acquisition -----------------------------------------------------------
+//
+// The runtime's acquisition calls work on the frame buffers below (the DMA
+// memory that Fg_AcquireEx and the other calls take as `dma_mem*`). While
+// acquiring, a thread of the virtual board produces frames from the registers
+// of the design and writes frame n (counted from 1 at each start) into buffer
+// (n - 1) mod count. Fg_getLastPicNumberBlockingEx takes its time-out in
+// milliseconds, returns the newest frame number once frame picNr has arrived,
+// and -2120 when the time runs out or the acquisition stops first. A board
+// whose image source is the camera never delivers a frame: no camera is
+// attached. Started without memory (null), the board delivers nothing.
+
+// The value of FG_FORMAT_SelectSource: which output path is delivered.
+enum class OutputFormat : uint8_t { Color48 = 0, Color24 = 1, Color30 = 2 };
+
+// What a buffer holds.
+struct FrameInfo {
+    int64_t number = 0;  // 0 while the buffer never received a frame
+    uint32_t width = 0;
+    uint32_t height = 0;
+    OutputFormat format = OutputFormat::Color48;
+    bool leftAligned = false;  // Color48 only
+    std::size_t bytes = 0;     // bytes written, at most the buffer size
+};
+
+// Queries of Fg_getStatusEx (the `param` argument); `data` is unused.
+enum StatusQuery {
+    kStatusFramesDelivered = 1,  // frames written to memory since the start
+    kStatusFramesLost = 2,       // frames the image path produced but could not deliver
+    kStatusAcquiring = 3,        // 1 while the acquisition runs
+};
+
+// `count` buffers of `bytes` each. Throws vboard::Error for a count of 0 or
+// 0 bytes, or when the memory cannot be had.
+VBOARD_API dma_mem* allocateMemory(unsigned count, std::size_t bytes);
+// Frees the memory; an acquisition still writing into it keeps it until it
+// stops. Null or unknown memory is ignored.
+VBOARD_API void freeMemory(dma_mem* mem);
+VBOARD_API unsigned bufferCount(dma_mem* mem);
+VBOARD_API std::size_t bufferBytes(dma_mem* mem);
+// Copies frame `number` out of the memory into `out`. Throws vboard::Error
+// when the memory is unknown or its buffer no longer (or not yet) holds that
+// frame.
+VBOARD_API FrameInfo copyFrame(dma_mem* mem, int64_t number, std::vector<uint8_t>& out);
+// Bytes of one frame as the board is programmed now.
+VBOARD_API std::size_t frameBytes(ZUdevice* board);
 
 // The next Fg_InitHandle* returns null with this last error; 0 withdraws a
 // pending failure.
