@@ -80,16 +80,16 @@ namespace {
 // channels. A range of any other element type is refused: its elements would
 // not have the size of the channel values.
 template <typename Read>
-void readChannels(void* value, FgParamTypes type, Read read) {
+void readChannels(void* value, int type, Read read) {
     requireValue(value);
-    if (FgZuWrapper::typeCode(type) == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
+    if (type == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
         const auto* access = static_cast<const FieldParameterAccess*>(value);
         if (access->index > kChannels - 1 || access->count > kChannels || access->index > kChannels - access->count)
             throw int{PGN_ERR_INVALID_ARGUMENT};
         if (FgZuWrapper::elementType(*access) != FG_PARAM_TYPE_DOUBLE) throw int{PGN_ERR_INVALID_ARGUMENT};
         read(value, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS);
     } else {
-        if (!FgZuWrapper::singleRecordFits<FieldParameterDouble_s>(FgZuWrapper::typeCode(type)) ||
+        if (!FgZuWrapper::singleRecordFits<FieldParameterDouble_s>(type) ||
             static_cast<const FieldParameterDouble_s*>(value)->index > kChannels - 1)
             throw int{PGN_ERR_INVALID_ARGUMENT};
         read(value, FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE);
@@ -98,14 +98,14 @@ void readChannels(void* value, FgParamTypes type, Read read) {
 
 }  // namespace
 
-void FgZuWrapperImpl::get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_CURRENT_P0(void* value, FgParamTypes type) {
-    readChannels(value, type, [this](void* v, FgParamTypes t) {
+void FgZuWrapperImpl::get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_CURRENT_P0(void* value, int type) {
+    readChannels(value, type, [this](void* v, int t) {
         get_zu_param_Device1_Process0_BoardStatus_ChannelCurrent(v, 0, t, true);
     });
 }
 
-void FgZuWrapperImpl::get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_VOLTAGE_P0(void* value, FgParamTypes type) {
-    readChannels(value, type, [this](void* v, FgParamTypes t) {
+void FgZuWrapperImpl::get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_VOLTAGE_P0(void* value, int type) {
+    readChannels(value, type, [this](void* v, int t) {
         get_zu_param_Device1_Process0_BoardStatus_ChannelVoltage(v, 0, t, true);
     });
 }

@@ -18,7 +18,7 @@ void FgZuWrapperImpl::writeRegister(int id, const void* value, int index, int ty
         return;
     }
     const int result =
-        setUnwrappedParameterWithType(id, value, static_cast<unsigned int>(index), static_cast<FgParamTypes>(type));
+        setUnwrappedParameterWithType(id, value, static_cast<unsigned int>(index), type);
     if (result != 0 && throwOnError) throw result;
 }
 
@@ -28,7 +28,7 @@ void FgZuWrapperImpl::readRegister(int id, void* value, int index, int type, boo
         return;
     }
     const int result =
-        getUnwrappedParameterWithType(id, value, static_cast<unsigned int>(index), static_cast<FgParamTypes>(type));
+        getUnwrappedParameterWithType(id, value, static_cast<unsigned int>(index), type);
     if (result != 0 && throwOnError) throw result;
 }
 

@@ -17,8 +17,8 @@ namespace {
 using pelagon::kDirectRegisterIdBase;
 using pelagon::kRuntimeIdBase;
 
-using Setter = void (*)(FgZuWrapperImpl&, const void*, FgParamTypes);
-using Getter = void (*)(FgZuWrapperImpl&, void*, int, FgParamTypes);
+using Setter = void (*)(FgZuWrapperImpl&, const void*, int);
+using Getter = void (*)(FgZuWrapperImpl&, void*, int, int);
 
 struct Handler {
     int id;
@@ -47,15 +47,15 @@ bool readableElementType(int32_t vtype) {
 // Array caches: a whole FieldParameterAccess range (type 4096) or one element
 // in the record that matches the element type.
 template <typename Single, typename Element, size_t N>
-void getFieldFromCache(const Element (&cache)[N], void* value, FgParamTypes type) {
-    if (FgZuWrapper::typeCode(type) == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
+void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
+    if (type == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
         auto* access = static_cast<FieldParameterAccess*>(value);
         if (!access->p.p_uint32_t) refuse(PGN_ERR_INVALID_ARGUMENT);
         checkRange(access->index, access->count, N);
         if (!readableElementType<Element>(FgZuWrapper::elementType(*access))) refuse(PGN_ERR_INVALID_ARGUMENT);
         FgZuWrapper::getFieldCache(cache, access);
     } else {
-        if (!FgZuWrapper::singleRecordFits<Single>(FgZuWrapper::typeCode(type))) refuse(PGN_ERR_INVALID_ARGUMENT);
+        if (!FgZuWrapper::singleRecordFits<Single>(type)) refuse(PGN_ERR_INVALID_ARGUMENT);
         auto* single = static_cast<Single*>(value);
         checkRange(single->index, 1, N);
         FgZuWrapper::getFieldCache(cache, single);
@@ -68,7 +68,7 @@ void getFieldFromCache(const Element (&cache)[N], void* value, FgParamTypes type
 // without a setter is not offered yet.
 #define PELAGON_SCALAR_HANDLER(id, NAME, access, ValueType)                                           \
     {id,                                                                                              \
-     [](auto& w, const void* v, FgParamTypes) {                                                       \
+     [](auto& w, const void* v, int) {                                                                \
          if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
              refuse(PGN_ERR_READ_ONLY);                                                               \
          else if constexpr (requires { w.set_sdk_param_##NAME##_P0(ValueType{}, true); })             \
@@ -76,7 +76,7 @@ void getFieldFromCache(const Element (&cache)[N], void* value, FgParamTypes type
          else                                                                                         \
              refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
      },                                                                                               \
-     [](auto& w, void* v, int, FgParamTypes) {                                                        \
+     [](auto& w, void* v, int, int) {                                                                 \
          if constexpr (requires { w.get_sdk_param_##NAME##_P0(static_cast<ValueType*>(nullptr)); })   \
              w.get_sdk_param_##NAME##_P0(static_cast<ValueType*>(v));                                 \
          else                                                                                         \
@@ -85,7 +85,7 @@ void getFieldFromCache(const Element (&cache)[N], void* value, FgParamTypes type
 
 #define PELAGON_STRING_HANDLER(id, NAME, access)                                                      \
     {id,                                                                                              \
-     [](auto& w, const void* v, FgParamTypes) {                                                       \
+     [](auto& w, const void* v, int) {                                                                \
          if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
              refuse(PGN_ERR_READ_ONLY);                                                               \
          else if constexpr (requires { w.set_sdk_param_##NAME##_P0("", true); })                      \
@@ -93,25 +93,31 @@ void getFieldFromCache(const Element (&cache)[N], void* value, FgParamTypes type
          else                                                                                         \
              refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
      },                                                                                               \
-     [](auto& w, void* v, int, FgParamTypes) {                                                        \
+     [](auto& w, void* v, int, int) {                                                                 \
          if constexpr (requires { w.get_sdk_param_##NAME##_P0(static_cast<char*>(nullptr)); })        \
              w.get_sdk_param_##NAME##_P0(static_cast<char*>(v));                                      \
          else                                                                                         \
              std::strcpy(static_cast<char*>(v), w.cache_##NAME##_P0.c_str());                         \
      }},
 
+// Array parameters: the type selects a range record or a single element, so a
+// code outside the type enumeration is refused in both directions.
 #define PELAGON_FIELD_HANDLER(id, NAME, access, Single)                                               \
     {id,                                                                                              \
-     [](auto& w, const void* v, FgParamTypes t) {                                                     \
+     [](auto& w, const void* v, int t) {                                                              \
          if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
              refuse(PGN_ERR_READ_ONLY);                                                               \
+         else if (!FgZuWrapper::knownTypeCode(t))                                                     \
+             refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
          else if constexpr (requires { w.set_sdk_param_##NAME##_P0(v, t, true); })                    \
              w.set_sdk_param_##NAME##_P0(v, t, true);                                                 \
          else                                                                                         \
              refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
      },                                                                                               \
-     [](auto& w, void* v, int, FgParamTypes t) {                                                      \
-         if constexpr (requires { w.get_sdk_param_##NAME##_P0(v, t); })                               \
+     [](auto& w, void* v, int, int t) {                                                               \
+         if (!FgZuWrapper::knownTypeCode(t))                                                          \
+             refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
+         else if constexpr (requires { w.get_sdk_param_##NAME##_P0(v, t); })                          \
              w.get_sdk_param_##NAME##_P0(v, t);                                                       \
          else                                                                                         \
              getFieldFromCache<Single>(w.cache_##NAME##_P0, v, t);                                    \
@@ -120,8 +126,8 @@ void getFieldFromCache(const Element (&cache)[N], void* value, FgParamTypes type
 // The runtime's own parameters: read through the runtime with the caller's
 // DMA index and type, never written by applications.
 #define PELAGON_RUNTIME_HANDLER(id)                                                                   \
-    {id, [](auto&, const void*, FgParamTypes) { refuse(PGN_ERR_READ_ONLY); },                         \
-     [](auto& w, void* v, int dma, FgParamTypes t) {                                                  \
+    {id, [](auto&, const void*, int) { refuse(PGN_ERR_READ_ONLY); },                                  \
+     [](auto& w, void* v, int dma, int t) {                                                           \
          const int rc = w.getUnwrappedParameterWithType(id, v, static_cast<unsigned>(dma), t);        \
          if (rc != 0) refuse(rc);                                                                     \
      }},
@@ -132,9 +138,9 @@ const Handler kHandlers[] = {
 #define PELAGON_PARAM_UINT64(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, uint64_t)
 #define PELAGON_PARAM_DOUBLE(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, double)
 #define PELAGON_PARAM_STRING(index, id, NAME, display, access, ...) PELAGON_STRING_HANDLER(id, NAME, access)
-#define PELAGON_PARAM_UINTFIELD(index, id, NAME, display, access, ...) \
+#define PELAGON_PARAM_UINTFIELD(index, id, NAME, display, access, ...)                                         \
     PELAGON_FIELD_HANDLER(id, NAME, access, FieldParameterInt_s)
-#define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, ...) \
+#define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, ...)                                       \
     PELAGON_FIELD_HANDLER(id, NAME, access, FieldParameterDouble_s)
 #define PELAGON_RUNTIME_PARAM(index, id, NAME) PELAGON_RUNTIME_HANDLER(id)
 #include "catalogue.def"
@@ -180,7 +186,7 @@ int dispatch(FgZuWrapperImpl& w, const void* value, Route route) {
 
 }  // namespace
 
-int FgZuWrapperImpl::Fg_setParameterWithType(int id, const void* value, int dma, FgParamTypes type) {
+int FgZuWrapperImpl::Fg_setParameterWithType(int id, const void* value, int dma, int type) {
     return dispatch(*this, value, [&] {
         if (id > kRuntimeIdBase)
             return setUnwrappedParameterWithType(id - kRuntimeIdBase, value, static_cast<unsigned>(dma), type);
@@ -196,7 +202,7 @@ int FgZuWrapperImpl::Fg_setParameterWithType(int id, const void* value, int dma,
     });
 }
 
-int FgZuWrapperImpl::Fg_getParameterWithType(int id, void* value, int dma, FgParamTypes type) {
+int FgZuWrapperImpl::Fg_getParameterWithType(int id, void* value, int dma, int type) {
     return dispatch(*this, value, [&] {
         if (id > kRuntimeIdBase)
             return getUnwrappedParameterWithType(id - kRuntimeIdBase, value, static_cast<unsigned>(dma), type);
@@ -216,14 +222,14 @@ int FgZuWrapperImpl::Fg_getParameterWithType(int id, void* value, int dma, FgPar
     });
 }
 
-void FgZuWrapperImpl::setParameterWithType(int id, const void* value, int dma, FgParamTypes type) {
+void FgZuWrapperImpl::setParameterWithType(int id, const void* value, int dma, int type) {
     checkDma(map_dma_process, dma);
     const Handler* handler = findHandler(id);
     if (!handler) refuse(PGN_ERR_INVALID_ARGUMENT);
     handler->set(*this, value, type);
 }
 
-void FgZuWrapperImpl::getParameterWithType(int id, void* value, int dma, FgParamTypes type) {
+void FgZuWrapperImpl::getParameterWithType(int id, void* value, int dma, int type) {
     checkDma(map_dma_process, dma);
     const Handler* handler = findHandler(id);
     if (!handler) refuse(PGN_ERR_INVALID_ARGUMENT);

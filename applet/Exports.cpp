@@ -123,14 +123,12 @@ PELAGON_EXPORT int Fg_FreeGrabber(Fg_Struct* fg) {
     return result;
 }
 
-PELAGON_EXPORT int Fg_setParameterWithType(Fg_Struct* fg, int id, const void* value, unsigned int dma,
-                                           FgParamTypes type) {
+PELAGON_EXPORT int Fg_setParameterWithType(Fg_Struct* fg, int id, const void* value, unsigned int dma, int type) {
     FgZuWrapperImpl* w = instance(fg);
     return w ? w->Fg_setParameterWithType(id, value, static_cast<int>(dma), type) : PGN_ERR_NO_INSTANCE;
 }
 
-PELAGON_EXPORT int Fg_getParameterWithType(Fg_Struct* fg, int id, void* value, unsigned int dma,
-                                           FgParamTypes type) {
+PELAGON_EXPORT int Fg_getParameterWithType(Fg_Struct* fg, int id, void* value, unsigned int dma, int type) {
     FgZuWrapperImpl* w = instance(fg);
     if (!w) return PGN_ERR_NO_INSTANCE;
     // A 32-bit parameter read into a 64-bit destination leaves its upper half 0.

@@ -84,8 +84,8 @@ public:
     void get_sdk_param_FG_SYSTEMMONITOR_CXP_POWER_REGULATOR_TEMPERATURE_P0(double* value);
     void get_sdk_param_FG_SYSTEMMONITOR_POWER_REGULATOR_TEMPERATURE_P0(double* value);
     void get_sdk_param_FG_SYSTEMMONITOR_FPGA_DNA_P0(uint64_t* value);
-    void get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_CURRENT_P0(void* value, FgParamTypes type);
-    void get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_VOLTAGE_P0(void* value, FgParamTypes type);
+    void get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_CURRENT_P0(void* value, int type);
+    void get_sdk_param_FG_SYSTEMMONITOR_CHANNEL_VOLTAGE_P0(void* value, int type);
 
     // ---- Region of interest, formats, time-out, image selector, buffer -------
     // (AcquisitionPath.cpp) Setters validate, cache, write the registers, update
@@ -272,9 +272,9 @@ public:
     void set_sdk_param_FG_PROCESSING_INVERT_P0(uint32_t value, bool throwOnError);
     // A FieldParameterAccess range (type FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS)
     // or, with any other type, one FieldParameterInt_s element.
-    void set_sdk_param_FG_LUT_VALUE_RED_P0(const void* value, FgParamTypes type, bool throwOnError);
-    void set_sdk_param_FG_LUT_VALUE_GREEN_P0(const void* value, FgParamTypes type, bool throwOnError);
-    void set_sdk_param_FG_LUT_VALUE_BLUE_P0(const void* value, FgParamTypes type, bool throwOnError);
+    void set_sdk_param_FG_LUT_VALUE_RED_P0(const void* value, int type, bool throwOnError);
+    void set_sdk_param_FG_LUT_VALUE_GREEN_P0(const void* value, int type, bool throwOnError);
+    void set_sdk_param_FG_LUT_VALUE_BLUE_P0(const void* value, int type, bool throwOnError);
     void set_sdk_param_FG_LUT_CUSTOM_FILE_P0(const char* value, bool throwOnError);
     void set_sdk_param_FG_LUT_SAVE_FILE_P0(const char* value, bool throwOnError);
     void get_sdk_param_FG_LUT_IN_BITS_P0(uint32_t* value);
@@ -314,8 +314,8 @@ public:
 
     // ---- Dispatch -----------------------------------------------------------
     // Report failure by throwing an int error number.
-    void setParameterWithType(int id, const void* value, int dma, FgParamTypes type);
-    void getParameterWithType(int id, void* value, int dma, FgParamTypes type);
+    void setParameterWithType(int id, const void* value, int dma, int type);
+    void getParameterWithType(int id, void* value, int dma, int type);
 
     // ---- Design registers -------------------------------------------------
     // One id member and one writer/reader pair per register of the design,
@@ -351,8 +351,8 @@ public:
     bool loadConfig(Fg_ConfigFileParser& parser) override;
     bool saveConfig(Fg_ConfigFileParser& parser) override;
     void createUserParameters() override;
-    int Fg_setParameterWithType(int id, const void* value, int dma, FgParamTypes type) override;
-    int Fg_getParameterWithType(int id, void* value, int dma, FgParamTypes type) override;
+    int Fg_setParameterWithType(int id, const void* value, int dma, int type) override;
+    int Fg_getParameterWithType(int id, void* value, int dma, int type) override;
     int Fg_getParameterIdByName(const char* name) override;
     const char* Fg_getParameterName(int index) override;
     int Fg_getParameterId(int index) override;

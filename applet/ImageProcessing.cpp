@@ -132,15 +132,15 @@ void writeRange(FgZuWrapperImpl& w, const Channel& channel, const FieldParameter
     }
 }
 
-void setLutValues(FgZuWrapperImpl& w, const Channel& channel, const void* value, FgParamTypes type,
+void setLutValues(FgZuWrapperImpl& w, const Channel& channel, const void* value, int type,
                   bool throwOnError) {
     try {
         if (!value) fail(PGN_ERR_INVALID_ARGUMENT);
-        if (FgZuWrapper::typeCode(type) == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
+        if (type == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
             writeRange(w, channel, *static_cast<const FieldParameterAccess*>(value));
             return;
         }
-        if (!FgZuWrapper::singleRecordFits<FieldParameterInt_s>(FgZuWrapper::typeCode(type)))
+        if (!FgZuWrapper::singleRecordFits<FieldParameterInt_s>(type))
             fail(PGN_ERR_INVALID_ARGUMENT);
         FieldParameterInt_s element = *static_cast<const FieldParameterInt_s*>(value);
         if (element.index > kLutMax) fail(PGN_ERR_OUT_OF_RANGE);
@@ -294,15 +294,15 @@ void FgZuWrapperImpl::set_sdk_param_FG_PROCESSING_INVERT_P0(uint32_t value, bool
 
 // ---- Table entries ------------------------------------------------------------
 
-void FgZuWrapperImpl::set_sdk_param_FG_LUT_VALUE_RED_P0(const void* value, FgParamTypes type, bool throwOnError) {
+void FgZuWrapperImpl::set_sdk_param_FG_LUT_VALUE_RED_P0(const void* value, int type, bool throwOnError) {
     setLutValues(*this, kChannels[0], value, type, throwOnError);
 }
 
-void FgZuWrapperImpl::set_sdk_param_FG_LUT_VALUE_GREEN_P0(const void* value, FgParamTypes type, bool throwOnError) {
+void FgZuWrapperImpl::set_sdk_param_FG_LUT_VALUE_GREEN_P0(const void* value, int type, bool throwOnError) {
     setLutValues(*this, kChannels[1], value, type, throwOnError);
 }
 
-void FgZuWrapperImpl::set_sdk_param_FG_LUT_VALUE_BLUE_P0(const void* value, FgParamTypes type, bool throwOnError) {
+void FgZuWrapperImpl::set_sdk_param_FG_LUT_VALUE_BLUE_P0(const void* value, int type, bool throwOnError) {
     setLutValues(*this, kChannels[2], value, type, throwOnError);
 }
 

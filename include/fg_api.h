@@ -25,9 +25,9 @@ typedef struct Fg_Struct Fg_Struct;
  * holds each one is DLL_ followed by the function's name. */
 typedef int (*Fg_getAppletId_t)(Fg_Struct*, const char*);
 typedef int (*Fg_setParameter_t)(Fg_Struct*, int, const void*, unsigned int);
-typedef int (*Fg_setParameterWithType_t)(Fg_Struct*, int, const void*, unsigned int, FgParamTypes);
+typedef int (*Fg_setParameterWithType_t)(Fg_Struct*, int, const void*, unsigned int, int);
 typedef int (*Fg_getParameter_t)(Fg_Struct*, int, void*, unsigned int);
-typedef int (*Fg_getParameterWithType_t)(Fg_Struct*, int, void*, unsigned int, FgParamTypes);
+typedef int (*Fg_getParameterWithType_t)(Fg_Struct*, int, void*, unsigned int, int);
 typedef int (*Fg_saveConfig_t)(Fg_Struct*, const char*);
 typedef int (*Fg_loadConfig_t)(Fg_Struct*, const char*);
 typedef int (*Fg_Acquire_t)(Fg_Struct*, unsigned int, int64_t);
@@ -94,12 +94,14 @@ struct Fg_Struct {
 #undef PELAGON_DECLARE_BOUND_MEMBER
 };
 
-/* Functions with one signature on both sides of the interface. */
+/* Functions with one signature on both sides of the interface. A value type
+ * argument is a plain int holding an FgParamTypes code: callers may pass any
+ * int, and each side refuses the codes it does not know. */
 int Fg_getAppletId(Fg_Struct* fg, const char* ignored);
 int Fg_setParameter(Fg_Struct* fg, int id, const void* value, unsigned int dma);
-int Fg_setParameterWithType(Fg_Struct* fg, int id, const void* value, unsigned int dma, FgParamTypes type);
+int Fg_setParameterWithType(Fg_Struct* fg, int id, const void* value, unsigned int dma, int type);
 int Fg_getParameter(Fg_Struct* fg, int id, void* value, unsigned int dma);
-int Fg_getParameterWithType(Fg_Struct* fg, int id, void* value, unsigned int dma, FgParamTypes type);
+int Fg_getParameterWithType(Fg_Struct* fg, int id, void* value, unsigned int dma, int type);
 int Fg_saveConfig(Fg_Struct* fg, const char* fileName);
 int Fg_loadConfig(Fg_Struct* fg, const char* fileName);
 int Fg_Acquire(Fg_Struct* fg, unsigned int dma, int64_t count);

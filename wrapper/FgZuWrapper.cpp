@@ -111,12 +111,12 @@ int FgZuWrapper::getParameterIdByName(const char* name) {
     return d->DLL_Fg_getParameterIdByName(d->mFglibFg, name);
 }
 
-int FgZuWrapper::getUnwrappedParameterWithType(int id, void* value, unsigned int dma, FgParamTypes type) {
+int FgZuWrapper::getUnwrappedParameterWithType(int id, void* value, unsigned int dma, int type) {
     if (!d->mWrapperFg->DLL_Fg_getParameterWithType || !d->mFglibFg) return PGN_ERR_READ_ONLY;
     return d->mWrapperFg->DLL_Fg_getParameterWithType(d->mFglibFg, id, value, dma, type);
 }
 
-int FgZuWrapper::setUnwrappedParameterWithType(int id, const void* value, unsigned int dma, FgParamTypes type) {
+int FgZuWrapper::setUnwrappedParameterWithType(int id, const void* value, unsigned int dma, int type) {
     if (!d->mWrapperFg->DLL_Fg_setParameterWithType || !d->mFglibFg) return PGN_ERR_READ_ONLY;
     return d->mWrapperFg->DLL_Fg_setParameterWithType(d->mFglibFg, id, value, dma, type);
 }
@@ -143,11 +143,26 @@ int32_t FgZuWrapper::elementType(const FieldParameterAccess& field) {
     return code;
 }
 
-int32_t FgZuWrapper::typeCode(const FgParamTypes& type) {
-    static_assert(sizeof type == sizeof(int32_t));
-    int32_t code = 0;
-    std::memcpy(&code, &type, sizeof code);
-    return code;
+bool FgZuWrapper::knownTypeCode(int32_t type) {
+    switch (type) {
+    case FG_PARAM_TYPE_INVALID:
+    case FG_PARAM_TYPE_INT32_T:
+    case FG_PARAM_TYPE_UINT32_T:
+    case FG_PARAM_TYPE_INT64_T:
+    case FG_PARAM_TYPE_UINT64_T:
+    case FG_PARAM_TYPE_DOUBLE:
+    case FG_PARAM_TYPE_CHAR_PTR:
+    case FG_PARAM_TYPE_SIZE_T:
+    case FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS:
+    case FG_PARAM_TYPE_STRUCT_FIELDPARAMINT:
+    case FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64:
+    case FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE:
+    case FG_PARAM_TYPE_COMPLEX_DATATYPE:
+    case FG_PARAM_TYPE_AUTO:
+        return true;
+    default:
+        return false;
+    }
 }
 
 bool FgZuWrapper::copyField(void* cache, size_t elementSize, size_t size, const FieldParameterAccess* field,

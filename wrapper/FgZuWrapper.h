@@ -33,8 +33,9 @@ public:
     // May throw: a parameter lock still held at destruction is a logic error.
     virtual ~FgZuWrapper() noexcept(false);
     virtual void createUserParameters() = 0;
-    virtual int Fg_setParameterWithType(int id, const void* value, int dma, FgParamTypes type) = 0;
-    virtual int Fg_getParameterWithType(int id, void* value, int dma, FgParamTypes type) = 0;
+    // `type` is an FgParamTypes code as the caller passed it, possibly none of them.
+    virtual int Fg_setParameterWithType(int id, const void* value, int dma, int type) = 0;
+    virtual int Fg_getParameterWithType(int id, void* value, int dma, int type) = 0;
     virtual int Fg_getParameterIdByName(const char* name) = 0;
     virtual const char* Fg_getParameterName(int index) = 0;
     virtual int Fg_getParameterId(int index) = 0;
@@ -78,8 +79,8 @@ public:
     // The runtime's typed and untyped parameter calls on the inner handle.
     // Missing runtime function or inner handle: -12.
     int getParameterIdByName(const char* name);
-    int getUnwrappedParameterWithType(int id, void* value, unsigned int dma, FgParamTypes type);
-    int setUnwrappedParameterWithType(int id, const void* value, unsigned int dma, FgParamTypes type);
+    int getUnwrappedParameterWithType(int id, void* value, unsigned int dma, int type);
+    int setUnwrappedParameterWithType(int id, const void* value, unsigned int dma, int type);
     int getUnwrappedParameter(int id, void* value, unsigned int dma);
     int setUnwrappedParameter(int id, const void* value, unsigned int dma);
     RegisterInfo* getUnwrappedParameterInfo();
@@ -121,8 +122,8 @@ public:
     // The element type code of a range record as the plain integer a C caller
     // stored there: any int may arrive, so it is never read as an enum value.
     static int32_t elementType(const FieldParameterAccess& field);
-    // The same for a type argument handed in by a caller.
-    static int32_t typeCode(const FgParamTypes& type);
+    // Whether `type` is one of the FgParamTypes codes.
+    static bool knownTypeCode(int32_t type);
     // Whether a single-element access with type argument `type` may use a
     // record of type Single: any type selects the single element, but a type
     // that names the record of another element type (a 64-bit integer or

@@ -172,32 +172,30 @@ TEST_F(LutFields, EveryFieldWithEveryElementTypeMovesOnlyElementsOfItsOwnSize) {
     }
 }
 
-// Single elements: any type argument other than the range form selects the
-// field's own single-element record, except a type that names the record of
-// another element type, whose layout differs.
+// Single elements: any type code other than the range form selects the
+// field's own single-element record, except a code that names the record of
+// another element type, whose layout differs, and an integer that is no type
+// code at all.
 TEST_F(LutFields, EveryFieldWithEveryTypeArgumentReadsOnlyItsOwnSingleRecord) {
     std::vector<const RegisterInfo*> fields;
     for (const RegisterInfo* r : boundary::leaves(host.api.Fg_getParameterInfo(host.fg, 0)))
         if (r->format == REG_FORMAT_UINTFIELD || r->format == REG_FORMAT_DOUBLEFIELD) fields.push_back(r);
-    // Type arguments as a C caller may pass them.
-    using Get = int (*)(Fg_Struct*, int, void*, unsigned int, int32_t);
-    using Set = int (*)(Fg_Struct*, int, const void*, unsigned int, int32_t);
-    const auto get = reinterpret_cast<Get>(host.api.Fg_getParameterWithType);
-    const auto set = reinterpret_cast<Set>(host.api.Fg_setParameterWithType);
-
-    // Integers beyond the span of the type codes' enumeration are left out
-    // here: the exported calls take the argument as that enumeration.
-    const int32_t types[] = {0, 1, 2, 3, 4, 5, 6, 7, 4098, 4099, 4101, 8192, -1, -7, 12345, -16384, 16383};
+    const auto get = host.api.Fg_getParameterWithType;
+    const auto set = host.api.Fg_setParameterWithType;
+    const int32_t types[] = {0,    1,    2,  3,  4,     5,      6,     7,         4098,     4099,
+                             4101, 8192, -1, -7, 12345, -16384, 16383, INT32_MIN, INT32_MAX};
     constexpr unsigned char kPattern = 0xA5;
     for (const RegisterInfo* field : fields) {
         const bool isDouble = field->format == REG_FORMAT_DOUBLEFIELD;
         const size_t recordSize = isDouble ? sizeof(FieldParameterDouble_s) : sizeof(FieldParameterInt_s);
         for (int32_t type : types) {
             const std::string where = std::string(field->parameterName) + " type " + std::to_string(type);
-            const bool other = isDouble ? type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT ||
-                                              type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64
-                                        : type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64 ||
-                                              type == FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE;
+            const bool unknown = type == -7 || type == 12345 || type == -16384 || type == 16383 ||
+                                 type == INT32_MIN || type == INT32_MAX;
+            const bool other = unknown || (isDouble ? type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT ||
+                                                          type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64
+                                                    : type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64 ||
+                                                          type == FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE);
             alignas(8) unsigned char memory[64];
             std::memset(memory, kPattern, sizeof memory);
             const unsigned index = 3;

@@ -67,3 +67,40 @@ TEST_F(VBoardRuntime, ShadingAndConfigurationAreNotOffered) {
     EXPECT_EQ(Fg_loadConfig(fg, "/tmp/x.mcf"), PGN_ERR_NOT_SUPPORTED);
     EXPECT_EQ(Shad_GetMaxLine(nullptr, nullptr), PGN_ERR_NO_INSTANCE);
 }
+
+// "Auto" asks for the parameter's own type, as the untyped calls do; an
+// integer that is no type code, as a type or as a field's element type, is
+// refused.
+TEST_F(VBoardRuntime, AutoTypeMeansTheParametersOwnTypeAndUnknownCodesAreRefused) {
+    uint32_t value = 4321;
+    EXPECT_EQ(Fg_setParameterWithType(fg, FG_RT_TIMEOUT, &value, 0, FG_PARAM_TYPE_AUTO), 0);
+    value = 0;
+    EXPECT_EQ(Fg_getParameterWithType(fg, FG_RT_TIMEOUT, &value, 0, FG_PARAM_TYPE_AUTO), 0);
+    EXPECT_EQ(value, 4321u);
+    for (int own : {FG_RT_APC_STOP_TIMEOUT, FG_RT_NR_OF_DMAS, FG_RT_NR_OF_CAMS, FG_RT_NR_OF_PROCESSES, FG_RT_DMA_PORT,
+                    FG_RT_CAM_PORT, FG_RT_TRANSFER_LEN})
+        EXPECT_EQ(Fg_getParameterWithType(fg, own, &value, 0, FG_PARAM_TYPE_AUTO), 0) << own;
+
+    value = 1u << 13;  // one more than the 13-bit register holds
+    EXPECT_EQ(Fg_setParameterWithType(fg, id(kImageWidth), &value, 0, FG_PARAM_TYPE_AUTO), PGN_ERR_OUT_OF_RANGE);
+    value = 100;
+    EXPECT_EQ(Fg_setParameterWithType(fg, id(kImageWidth), &value, 0, FG_PARAM_TYPE_AUTO), 0);
+    EXPECT_EQ(vboard::peek(board, kImageWidth), 100u);
+    vboard::pokeDouble(board, kGreenCoefficient, 1.5);
+    double coefficient = 0;
+    EXPECT_EQ(Fg_getParameterWithType(fg, id(kGreenCoefficient), &coefficient, 0, FG_PARAM_TYPE_AUTO), 0);
+    EXPECT_EQ(coefficient, 1.5);
+
+    for (int type : {INT32_MIN, INT32_MAX, -2, 8, 4097}) {
+        EXPECT_EQ(Fg_getParameterWithType(fg, FG_RT_TIMEOUT, &value, 0, type), PGN_ERR_INVALID_ARGUMENT) << type;
+        EXPECT_EQ(Fg_setParameterWithType(fg, id(kImageWidth), &value, 0, type), PGN_ERR_INVALID_ARGUMENT) << type;
+        uint32_t entries[2] = {1, 2};
+        FieldParameterAccess access{};
+        std::memcpy(&access.vtype, &type, sizeof type);  // as a C caller stores it
+        access.count = 2;
+        access.p.p_uint32_t = entries;
+        EXPECT_EQ(Fg_setParameterWithType(fg, id(kRedLut), &access, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS),
+                  PGN_ERR_INVALID_ARGUMENT)
+            << type;
+    }
+}

@@ -75,7 +75,7 @@ std::size_t elemSize(Elem e) {
 
 bool integral(Elem e) { return e == Elem::I32 || e == Elem::U32 || e == Elem::I64 || e == Elem::U64; }
 
-std::optional<Elem> scalarElem(FgParamTypes type) {
+std::optional<Elem> scalarElem(int type) {
     switch (type) {
     case FG_PARAM_TYPE_INT32_T:
         return Elem::I32;
@@ -95,9 +95,18 @@ std::optional<Elem> scalarElem(FgParamTypes type) {
     }
 }
 
+// The element type a caller stored in a range record, as the int it may be:
+// never read as an enumeration value.
+int32_t elementType(const FieldParameterAccess& a) {
+    int32_t code = 0;
+    static_assert(sizeof a.vtype == sizeof code);
+    std::memcpy(&code, &a.vtype, sizeof code);
+    return code;
+}
+
 // The caller's form of a typed access to register `r`; false when the type
 // does not suit the register or the elements lie outside it.
-bool typedForm(const RegisterModel& r, void* value, FgParamTypes type, Form& f) {
+bool typedForm(const RegisterModel& r, void* value, int type, Form& f) {
     if (std::optional<Elem> scalar = scalarElem(type)) {
         // Scalars address plain registers; SIZE_T is only for unsigned ones.
         if (r.count != 1 || (type == FG_PARAM_TYPE_SIZE_T && r.kind != 'U'))
@@ -105,8 +114,9 @@ bool typedForm(const RegisterModel& r, void* value, FgParamTypes type, Form& f) 
         f = Form{*scalar, value, 0, 1};
     } else if (type == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
         auto* a = static_cast<FieldParameterAccess*>(value);
-        std::optional<Elem> elem = scalarElem(a->vtype);
-        if (!elem || *elem == Elem::Str || a->vtype == FG_PARAM_TYPE_SIZE_T)
+        const int32_t vtype = elementType(*a);
+        std::optional<Elem> elem = scalarElem(vtype);
+        if (!elem || *elem == Elem::Str || vtype == FG_PARAM_TYPE_SIZE_T)
             return false;
         void* base = nullptr;
         switch (*elem) {
@@ -263,7 +273,7 @@ uint32_t* ownCell(RuntimeHandle& h, int id) {
     return nullptr;
 }
 
-int transferOwn(RuntimeHandle& h, int id, void* value, std::optional<FgParamTypes> type, Access access) {
+int transferOwn(RuntimeHandle& h, int id, void* value, std::optional<int> type, Access access) {
     const OwnParameter* p = ownParameter(id);
     if (!p)
         return PGN_ERR_INVALID_ARGUMENT;
@@ -289,10 +299,13 @@ int transferOwn(RuntimeHandle& h, int id, void* value, std::optional<FgParamType
     return PGN_OK;
 }
 
-// A parameter read or write; `type` is empty for the untyped calls.
-int transfer(RuntimeHandle& h, int id, void* value, unsigned dma, std::optional<FgParamTypes> type, Access access) {
+// A parameter read or write; `type` is empty for the untyped calls. The
+// type code "auto" asks for the parameter's own type, as an untyped call does.
+int transfer(RuntimeHandle& h, int id, void* value, unsigned dma, std::optional<int> type, Access access) {
     if (!value || dma != 0)
         return PGN_ERR_INVALID_ARGUMENT;
+    if (type == FG_PARAM_TYPE_AUTO)
+        type.reset();
     if (id < vboard::kRegisterIdBase)
         return transferOwn(h, id, value, type, access);
     ZUdevice& board = *h.board;
@@ -425,15 +438,14 @@ VBOARD_EXPORT int Fg_getParameterIdByName(Fg_Struct* fg, const char* name) {
     });
 }
 
-VBOARD_EXPORT int Fg_setParameterWithType(Fg_Struct* fg, int id, const void* value, unsigned int dma,
-                                          FgParamTypes type) {
+VBOARD_EXPORT int Fg_setParameterWithType(Fg_Struct* fg, int id, const void* value, unsigned int dma, int type) {
     // Writes only read from `value`.
     return onHandle(fg, [&](RuntimeHandle& h) {
         return transfer(h, id, const_cast<void*>(value), dma, type, Access::Write);
     });
 }
 
-VBOARD_EXPORT int Fg_getParameterWithType(Fg_Struct* fg, int id, void* value, unsigned int dma, FgParamTypes type) {
+VBOARD_EXPORT int Fg_getParameterWithType(Fg_Struct* fg, int id, void* value, unsigned int dma, int type) {
     return onHandle(fg, [&](RuntimeHandle& h) { return transfer(h, id, value, dma, type, Access::Read); });
 }
 
