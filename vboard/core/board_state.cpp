@@ -103,6 +103,15 @@ int ZUdevice::takeFault(const RegisterModel& r, Access access) {
     return code;
 }
 
+void ZUdevice::trimJournal() {
+    // A board that runs for long (acquisitions, software trigger bursts,
+    // thousands of start-ups) keeps its newest writes: past the limit the
+    // older half goes. Texts and designs are few and stay.
+    if (journal.size() <= kJournalLimit)
+        return;
+    journal.erase(journal.begin(), journal.begin() + static_cast<std::ptrdiff_t>(kJournalLimit / 2));
+}
+
 uint32_t ZUdevice::journalDesign() {
     if (journalDesigns.empty() || journalDesigns.back() != design) journalDesigns.push_back(design);
     return static_cast<uint32_t>(journalDesigns.size() - 1);
@@ -141,6 +150,7 @@ int ZUdevice::commit(int n, unsigned first, const std::vector<uint64_t>& raws, P
         stored[element] = raws[i];
         journal.push_back(JournalRecord{n, element, raws[i], path, model, 0});
     }
+    trimJournal();
     written(n);
     return PGN_OK;
 }

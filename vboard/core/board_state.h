@@ -67,6 +67,10 @@ struct VBOARD_API ZUdevice {
     void clearJournal();
     // Index of the bound design in journalDesigns, added when new.
     uint32_t journalDesign();
+    // The journal holds at most this many records; past it the oldest half
+    // is dropped.
+    static constexpr std::size_t kJournalLimit = std::size_t{1} << 21;
+    void trimJournal();
     std::vector<Fault> faults;
     // What the design does on its own (trigger block, simulator timing);
     // present while a design is bound.

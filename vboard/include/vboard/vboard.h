@@ -51,6 +51,9 @@ VBOARD_API ZUdevice* createBoard();  // a new board with no design bound
 // Also detaches the board's runtime handles: they answer -2001 from then on
 // until Fg_FreeGrabber releases them. Null or unknown boards are ignored.
 VBOARD_API void destroyBoard(ZUdevice* board);
+// The register writes in order. A board keeps its newest writes: once more
+// than about two million elements have been written since the last clear,
+// the oldest million go.
 VBOARD_API std::vector<JournalEntry> journal(ZUdevice* board);
 VBOARD_API void clearJournal(ZUdevice* board);
 
