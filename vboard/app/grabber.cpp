@@ -81,6 +81,14 @@ void collect(const RegisterInfo* r, const std::string& group, std::vector<Parame
                    static_cast<double>(r->u.iReg64.steps));
             break;
         case REG_FORMAT_DOUBLE: limits(r->u.dReg.from, r->u.dReg.to, r->u.dReg.steps); break;
+        case REG_FORMAT_UINTFIELD:
+            limits(r->u.uifReg.from, r->u.uifReg.to, 1);
+            p.elements = static_cast<unsigned>(std::max(0, r->u.uifReg.nrOfElements));
+            break;
+        case REG_FORMAT_DOUBLEFIELD:
+            limits(r->u.dfReg.from, r->u.dfReg.to, 0);
+            p.elements = static_cast<unsigned>(std::max(0, r->u.dfReg.nrOfElements));
+            break;
         case REG_FORMAT_FLOAT: limits(r->u.fReg.from, r->u.fReg.to, r->u.fReg.steps); break;
         case REG_FORMAT_ENUM:
             for (int i = 0; i < r->u.eReg.nrOfElements; ++i) {

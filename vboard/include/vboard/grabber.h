@@ -46,6 +46,7 @@ struct ParameterInfo {
     std::string unit;
     // Limits of numeric parameters (0 where the format has none).
     double minimum = 0, maximum = 0, step = 0;
+    unsigned elements = 0;  // field parameters: how many elements they hold
     struct Entry {
         std::string displayName;
         std::string symbol;  // as FG_COL48; may be empty
