@@ -296,8 +296,11 @@ int run(int argc, char** argv) {
 
     try {
         app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
     } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? 0 : kUsage;
+        std::fprintf(stderr, "pelagon: %s\nRun with --help for more information.\n", e.what());
+        return kUsage;
     }
 
     Session s(global);
