@@ -124,14 +124,17 @@ AcquireResult acquire(Session& s, const AcquireOptions& options) {
     if (options.frames < 1) throw UsageError("the number of frames must be at least 1");
     std::error_code ec;
     std::filesystem::create_directories(options.folder, ec);
-    if (ec) throw UsageError("cannot create the folder " + options.folder + ": " + ec.message());
+    if (ec) throw std::runtime_error("cannot create the folder " + options.folder + ": " + ec.message());
 
     vboard::Grabber& g = s.grabber();
     const std::size_t frameBytes = vboard::frameBytes(g.board());
-    // Enough buffers that writing PNG files rarely falls behind, within a budget.
+    // A buffer for every frame when the budget allows, so that none is
+    // overwritten however slowly the files are written; otherwise a ring, and
+    // frames the acquisition overtakes are skipped.
     const std::size_t affordable = frameBytes > 0 ? std::max<std::size_t>(2, kMemoryBudget / frameBytes) : 2;
-    g.allocateBuffers(static_cast<unsigned>(std::clamp<std::size_t>(options.frames, 2, std::min<std::size_t>(affordable, 64))));
-    g.start();
+    const auto wanted = static_cast<std::size_t>(options.frames);
+    g.allocateBuffers(static_cast<unsigned>(std::clamp<std::size_t>(wanted, 2, affordable)));
+    g.start(wanted <= affordable ? options.frames : 0);
     if (options.afterStart) options.afterStart();
 
     const bool software = softwareTriggered(s);

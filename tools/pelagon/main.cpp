@@ -6,7 +6,9 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -151,7 +153,7 @@ void writeFile(const std::string& path, const std::string& content) {
     std::ofstream out(path, std::ios::binary);
     out << content;
     out.close();
-    if (!out) throw UsageError("cannot write " + path);
+    if (!out) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
 }
 
 // The demonstration: a small, warm diagonal pattern from the simulator, one
@@ -237,11 +239,13 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();
     GlobalOptions global;
-    app.add_option("--applet", global.applet, "applet library (default: ../lib/libPelagon.so beside this program)");
-    app.add_option("--config", global.config, "configuration file loaded first");
+    app.add_option("--applet", global.applet, "applet library (default: ../lib/libPelagon.so beside this program)")
+        ->type_name("PATH");
+    app.add_option("--config", global.config, "configuration file loaded first")->type_name("FILE");
     app.add_option("--set", global.sets, "NAME=VALUE (or ID=VALUE) applied after --config, in order; repeatable")
-        ->allow_extra_args(false);
-    app.add_option("--save-config", global.saveConfig, "save the configuration after the command");
+        ->allow_extra_args(false)
+        ->type_name("NAME=VALUE");
+    app.add_option("--save-config", global.saveConfig, "save the configuration after the command")->type_name("FILE");
 
     auto* info = app.add_subcommand("info", "what the applet says about itself and the board");
     std::string filter;
