@@ -26,8 +26,8 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Outcome {
-    int status = -1;   // exit status; -1 when the process did not exit normally
-    int signal = 0;    // the signal that ended it, if one did
+    int status = -1;  // exit status; -1 when the process did not exit normally
+    int signal = 0;   // the signal that ended it, if one did
     std::string out, err;
 };
 
@@ -43,8 +43,7 @@ class ToolTest : public ::testing::Test {
 protected:
     void SetUp() override {
         const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        dir_ = fs::temp_directory_path() /
-               ("pelagon-tool-" + std::to_string(getpid()) + "-" + info->name());
+        dir_ = fs::temp_directory_path() / ("pelagon-tool-" + std::to_string(getpid()) + "-" + info->name());
         fs::remove_all(dir_);
         fs::create_directories(dir_);
     }
@@ -162,7 +161,8 @@ TEST_F(ToolTest, ParamsListsEveryParameterUnderItsGroup) {
     EXPECT_NE(r.out.find("\nROI\n"), std::string::npos);
     const std::size_t width = r.out.find(" FG_WIDTH ");
     ASSERT_NE(width, std::string::npos);
-    const std::string row = r.out.substr(r.out.rfind('\n', width) + 1, r.out.find('\n', width) - r.out.rfind('\n', width) - 1);
+    const std::string row =
+        r.out.substr(r.out.rfind('\n', width) + 1, r.out.find('\n', width) - r.out.rfind('\n', width) - 1);
     for (const char* part : {"100 ", "uint32", "rw", "32 .. 16384 step 16", "pixel", "1024"})
         EXPECT_NE(row.find(part), std::string::npos) << part << " in " << row;
     EXPECT_NE(r.out.find("FG_COL24=2, FG_COL30=5, FG_COL48=6"), std::string::npos);
@@ -188,7 +188,8 @@ TEST_F(ToolTest, LookupTablesSavedAndLoaded) {
     const std::string lut = path("inverted.lut");
     Outcome r = run({"--set", "FG_PROCESSING_INVERT=FG_ON", "lut", "save", lut});
     ASSERT_EQ(r.status, 0) << r.err;
-    r = run({"--set", "FG_LUT_TYPE=LUT_TYPE_CUSTOM", "--set", "FG_LUT_CUSTOM_FILE=" + lut, "get", "FG_LUT_VALUE_GREEN"});
+    r = run(
+        {"--set", "FG_LUT_TYPE=LUT_TYPE_CUSTOM", "--set", "FG_LUT_CUSTOM_FILE=" + lut, "get", "FG_LUT_VALUE_GREEN"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out.rfind("FG_LUT_VALUE_GREEN = 4095 4094 4093 ", 0), 0u) << r.out.substr(0, 80);
     r = run({"lut", "load", lut});
@@ -271,12 +272,21 @@ class AcquiredPng : public ToolTest, public ::testing::WithParamInterface<Output
 TEST_P(AcquiredPng, ThreeFramesOfTheProgrammedSizeDepthAndPattern) {
     const Output& o = GetParam();
     const std::string folder = path("frames");
-    const Outcome r = run({"--set", "FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR", "--set", "FG_PIXELFORMAT=BayerRG8",
-                       "--set", "FG_CAMERASIMULATOR_WIDTH=64", "--set", "FG_CAMERASIMULATOR_HEIGHT=40", "--set",
-                       "FG_CAMERASIMULATOR_FRAMERATE=200", "--set", "FG_CAMERASIMULATOR_PATTERN=FG_HORIZONTAL", "--set",
-                       "FG_CAMERASIMULATOR_PATTERN_OFFSET=100", "--set", "FG_CAMERASIMULATOR_ROLL=FG_OFF", "--set",
-                       "FG_WIDTH=48", "--set", "FG_HEIGHT=40", "--set", std::string("FG_FORMAT=") + o.format, "--set",
-                       std::string("FG_BITALIGNMENT=") + o.alignment, "acquire", "-n", "3", "-o", folder});
+    const Outcome r = run({"--set",   "FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR",
+                           "--set",   "FG_PIXELFORMAT=BayerRG8",
+                           "--set",   "FG_CAMERASIMULATOR_WIDTH=64",
+                           "--set",   "FG_CAMERASIMULATOR_HEIGHT=40",
+                           "--set",   "FG_CAMERASIMULATOR_FRAMERATE=200",
+                           "--set",   "FG_CAMERASIMULATOR_PATTERN=FG_HORIZONTAL",
+                           "--set",   "FG_CAMERASIMULATOR_PATTERN_OFFSET=100",
+                           "--set",   "FG_CAMERASIMULATOR_ROLL=FG_OFF",
+                           "--set",   "FG_WIDTH=48",
+                           "--set",   "FG_HEIGHT=40",
+                           "--set",   std::string("FG_FORMAT=") + o.format,
+                           "--set",   std::string("FG_BITALIGNMENT=") + o.alignment,
+                           "acquire", "-n",
+                           "3",       "-o",
+                           folder});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("3 frames saved"), std::string::npos) << r.out;
     EXPECT_EQ(r.out.find('\r'), std::string::npos) << "a progress bar, though standard output is a file";
@@ -307,16 +317,21 @@ INSTANTIATE_TEST_SUITE_P(Formats, AcquiredPng,
                                            Output{"FG_COL48", "FG_LEFT_ALIGNED", 16, 12, 120u << 8},
                                            Output{"FG_COL30", "FG_RIGHT_ALIGNED", 16, 10, 120u << 8}),
                          [](const ::testing::TestParamInfo<Output>& param) {
-                             return std::string(param.param.format + 3) + (param.param.alignment[3] == 'L' ? "Left" : "Right");
+                             return std::string(param.param.format + 3) +
+                                    (param.param.alignment[3] == 'L' ? "Left" : "Right");
                          });
 
 TEST_F(ToolTest, SoftwarePulsesBecomeFramesOfATriggeredSimulator) {
-    const std::vector<std::string> triggered = {
-        "--set", "FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR", "--set", "FG_CAMERASIMULATOR_WIDTH=64",
-        "--set", "FG_CAMERASIMULATOR_HEIGHT=32", "--set", "FG_WIDTH=64", "--set", "FG_HEIGHT=32",
-        "--set", "FG_CAMERASIMULATOR_FRAMERATE=1000", "--set", "FG_CAMERASIMULATOR_TRIGGER_MODE=RISING_EDGE_TRIGGERS_FRAME",
-        "--set", "FG_AREATRIGGERMODE=ATM_SOFTWARE", "--set", "FG_TRIGGER_FRAMESPERSECOND=100",
-        "--set", "FG_TRIGGERSTATE=TS_ACTIVE"};
+    const std::vector<std::string> triggered = {"--set", "FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR",
+                                                "--set", "FG_CAMERASIMULATOR_WIDTH=64",
+                                                "--set", "FG_CAMERASIMULATOR_HEIGHT=32",
+                                                "--set", "FG_WIDTH=64",
+                                                "--set", "FG_HEIGHT=32",
+                                                "--set", "FG_CAMERASIMULATOR_FRAMERATE=1000",
+                                                "--set", "FG_CAMERASIMULATOR_TRIGGER_MODE=RISING_EDGE_TRIGGERS_FRAME",
+                                                "--set", "FG_AREATRIGGERMODE=ATM_SOFTWARE",
+                                                "--set", "FG_TRIGGER_FRAMESPERSECOND=100",
+                                                "--set", "FG_TRIGGERSTATE=TS_ACTIVE"};
     auto with = [&](std::vector<std::string> tail) {
         std::vector<std::string> args = triggered;
         args.insert(args.end(), tail.begin(), tail.end());
@@ -339,7 +354,8 @@ TEST_F(ToolTest, DemoCompletesAndSaysWhereItsFilesWent) {
     const Outcome r = run({"demo", "-o", folder, "-n", "2"});
     ASSERT_EQ(r.status, 0) << r.err << r.out;
     EXPECT_NE(r.out.find("files in " + fs::absolute(folder).lexically_normal().string()), std::string::npos) << r.out;
-    for (const char* name : {"frame-0001.png", "frame-0002.png", "pelagon-demo.mcf", "pelagon.xml", "pelagon-demo.lut"}) {
+    for (const char* name :
+         {"frame-0001.png", "frame-0002.png", "pelagon-demo.mcf", "pelagon.xml", "pelagon-demo.lut"}) {
         EXPECT_TRUE(fs::exists(fs::path(folder) / name)) << name;
         EXPECT_NE(r.out.find(name), std::string::npos) << name;
     }
@@ -348,7 +364,8 @@ TEST_F(ToolTest, DemoCompletesAndSaysWhereItsFilesWent) {
     EXPECT_EQ(png.depth, 8);
     EXPECT_GT(png.width, 0u);
     // Its configuration brings the same session back.
-    const Outcome again = run({"--config", (fs::path(folder) / "pelagon-demo.mcf").string(), "get", "FG_CAMERASIMULATOR_ENABLE"});
+    const Outcome again =
+        run({"--config", (fs::path(folder) / "pelagon-demo.mcf").string(), "get", "FG_CAMERASIMULATOR_ENABLE"});
     EXPECT_EQ(again.out, "FG_CAMERASIMULATOR_ENABLE = FG_CAMERASIMULATOR\n") << again.err;
 }
 

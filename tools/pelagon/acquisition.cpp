@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "pelagon_errors.h"
 #include "png_output.h"
 
 namespace pelagon_tool {
@@ -14,12 +15,11 @@ namespace pelagon_tool {
 namespace {
 
 using namespace std::chrono_literals;
-using Seconds = std::chrono::duration<double>;
-
-constexpr int kTriggerBusy = -60;
 constexpr std::size_t kMemoryBudget = 256u << 20;  // frame buffers at most, in bytes
 
-bool simulatorIsSource(const Session& s) { return s.is("FG_CAMERASIMULATOR_ENABLE", "FG_CAMERASIMULATOR"); }
+bool simulatorIsSource(const Session& s) {
+    return s.is("FG_CAMERASIMULATOR_ENABLE", "FG_CAMERASIMULATOR");
+}
 bool simulatorTriggered(const Session& s) {
     return simulatorIsSource(s) && !s.is("FG_CAMERASIMULATOR_TRIGGER_MODE", "SIMULATION_FREE_RUN");
 }
@@ -48,13 +48,16 @@ std::string whyNoFrames(const Session& s) {
         return "the image source is the camera port, and the virtual board has no camera: use the camera simulator "
                "(--set FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR)";
     if (simulatorTriggered(s)) {
-        const std::string freeRun = " (or let the simulator run free: --set FG_CAMERASIMULATOR_TRIGGER_MODE=SIMULATION_FREE_RUN)";
+        const std::string freeRun =
+            " (or let the simulator run free: --set FG_CAMERASIMULATOR_TRIGGER_MODE=SIMULATION_FREE_RUN)";
         if (!s.is("FG_TRIGGERSTATE", "TS_ACTIVE"))
             return "the simulator waits for trigger pulses and the trigger system is stopped: --set "
-                   "FG_TRIGGERSTATE=TS_ACTIVE" + freeRun;
+                   "FG_TRIGGERSTATE=TS_ACTIVE" +
+                   freeRun;
         if (s.is("FG_AREATRIGGERMODE", "ATM_EXTERNAL"))
             return "the trigger waits for external pulses, and the virtual board has no trigger inputs: --set "
-                   "FG_AREATRIGGERMODE=ATM_GENERATOR or ATM_SOFTWARE" + freeRun;
+                   "FG_AREATRIGGERMODE=ATM_GENERATOR or ATM_SOFTWARE" +
+                   freeRun;
         const std::string out = s.value("FG_TRIGGERCAMERA_OUT_SELECT");
         if (out.rfind("PULSEGEN", 0) != 0)
             return "the camera trigger output sends no pulses (FG_TRIGGERCAMERA_OUT_SELECT=" + out +
@@ -73,14 +76,16 @@ void sendPulse(Session& s, std::chrono::milliseconds patience) {
             g.set<uint32_t>(id, 1);
             return;
         } catch (const vboard::Error& e) {
-            if (e.code() == kTriggerBusy && std::chrono::steady_clock::now() < until) {
+            if (e.code() == PGN_ERR_TRIGGER_BUSY && std::chrono::steady_clock::now() < until) {
                 std::this_thread::sleep_for(1ms);
                 continue;
             }
-            if (e.code() == kTriggerBusy || e.code() == -2140 || e.code() == -2141)
-                throw HintedError(e, "software pulses need --set FG_AREATRIGGERMODE=ATM_SOFTWARE --set "
-                                     "FG_TRIGGERSTATE=TS_ACTIVE (and the queue, FG_TRIGGERQUEUE_MODE=FG_ON, "
-                                     "takes pulses while one is in progress)");
+            if (e.code() == PGN_ERR_TRIGGER_BUSY || e.code() == PGN_ERR_NOT_SOFTWARE_MODE ||
+                e.code() == PGN_ERR_TRIGGER_NOT_ACTIVE)
+                throw HintedError(e,
+                                  "software pulses need --set FG_AREATRIGGERMODE=ATM_SOFTWARE --set "
+                                  "FG_TRIGGERSTATE=TS_ACTIVE (and the queue, FG_TRIGGERQUEUE_MODE=FG_ON, "
+                                  "takes pulses while one is in progress)");
             throw;
         }
     }

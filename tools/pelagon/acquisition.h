@@ -37,8 +37,8 @@ struct TriggerResult {
     int sent = 0;
     bool acquiring = false;  // the simulator takes the pulses as frames
     int64_t frames = 0;
-    uint32_t counted = 0;    // FG_TRIGGEROUT_STATS_PULSECOUNT afterwards
-    std::string countedAt;   // FG_TRIGGEROUT_STATS_SOURCE
+    uint32_t counted = 0;   // FG_TRIGGEROUT_STATS_PULSECOUNT afterwards
+    std::string countedAt;  // FG_TRIGGEROUT_STATS_SOURCE
 };
 
 // Sends `pulses` software pulses, one at a time, and reports what came of them.

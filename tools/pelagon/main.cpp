@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -49,7 +49,7 @@ void showInfo(Session& s) {
                 static_cast<long long>(g.info(GET_NR_OF_DMAS)));
     std::printf("parameters   %zu\n", g.parameters().size());
     std::printf("applet id    %s\n", s.value("FG_APPLET_ID").c_str());
-    std::printf("sensors      FPGA %s \xC2\xB0" "C, board power %s W\n",
+    std::printf("sensors      FPGA %s \u00B0C, board power %s W\n",
                 s.value("FG_SYSTEMMONITOR_FPGA_TEMPERATURE").c_str(), s.value("FG_SYSTEMMONITOR_BOARD_POWER").c_str());
 }
 
@@ -83,7 +83,9 @@ std::string limits(const vboard::ParameterInfo& p) {
     // Integers as integers while a double holds them exactly.
     const bool integral = p.format != REG_FORMAT_DOUBLE && p.format != REG_FORMAT_FLOAT &&
                           p.format != REG_FORMAT_DOUBLEFIELD && std::fabs(p.maximum) < 9007199254740992.0;
-    auto bound = [integral](double v) { return integral ? std::to_string(static_cast<long long>(v)) : formatNumber(v); };
+    auto bound = [integral](double v) {
+        return integral ? std::to_string(static_cast<long long>(v)) : formatNumber(v);
+    };
     std::string out = bound(p.minimum) + " .. " + bound(p.maximum);
     // The smallest double step means "any value".
     if (p.step > 1e-12 && p.step != 1) out += " step " + formatNumber(p.step);
@@ -231,7 +233,8 @@ void report(const vboard::Error& e) {
     if (e.code() != 0 && message.find(std::to_string(e.code())) == std::string::npos)
         message += ": error " + std::to_string(e.code()) + " (" + vboard::errorText(e.code()) + ")";
     std::fprintf(stderr, "pelagon: %s\n", message.c_str());
-    if (const auto* hinted = dynamic_cast<const HintedError*>(&e)) std::fprintf(stderr, "hint: %s\n", hinted->hint().c_str());
+    if (const auto* hinted = dynamic_cast<const HintedError*>(&e))
+        std::fprintf(stderr, "hint: %s\n", hinted->hint().c_str());
 }
 
 int run(int argc, char** argv) {
@@ -276,7 +279,8 @@ int run(int argc, char** argv) {
     lut->require_subcommand(1);
     auto* lutSave = lut->add_subcommand("save", "save the lookup tables in use (FG_LUT_SAVE_FILE)");
     lutSave->add_option("FILE", file)->required();
-    auto* lutLoad = lut->add_subcommand("load", "use the tables of a file (FG_LUT_TYPE=LUT_TYPE_CUSTOM, FG_LUT_CUSTOM_FILE)");
+    auto* lutLoad =
+        lut->add_subcommand("load", "use the tables of a file (FG_LUT_TYPE=LUT_TYPE_CUSTOM, FG_LUT_CUSTOM_FILE)");
     lutLoad->add_option("FILE", file)->required();
 
     int count = 1;
@@ -359,7 +363,9 @@ int run(int argc, char** argv) {
         options.timeoutSeconds = timeout;
         const AcquireResult r = acquire(s, options);
         std::printf("%zu frames saved in %s", r.files.size(), folder.c_str());
-        if (r.skipped > 0) std::printf(" (%lld frames were overwritten before they could be saved)", static_cast<long long>(r.skipped));
+        if (r.skipped > 0)
+            std::printf(" (%lld frames were overwritten before they could be saved)",
+                        static_cast<long long>(r.skipped));
         std::printf("\n");
     } else if (*triggerCommand) {
         const TriggerResult r = trigger(s, pulses, timeout);

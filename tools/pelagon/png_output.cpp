@@ -116,8 +116,7 @@ void writePng(const std::string& path, const PngImage& image) {
     if (image.width == 0 || image.height == 0 || image.rgb.size() < rowBytes * image.height)
         throw std::runtime_error("cannot write " + path + ": the frame is empty");
     std::vector<png_bytep> rows(image.height);
-    for (uint32_t y = 0; y < image.height; ++y)
-        rows[y] = const_cast<png_bytep>(image.rgb.data() + rowBytes * y);
+    for (uint32_t y = 0; y < image.height; ++y) rows[y] = const_cast<png_bytep>(image.rgb.data() + rowBytes * y);
 
     std::FILE* file = std::fopen(path.c_str(), "wb");
     if (!file) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));

@@ -47,8 +47,7 @@ void Session::finish() {
 
 vboard::ParameterInfo Session::parameter(const std::string& nameOrId) const {
     const bool numeric =
-        !nameOrId.empty() && nameOrId.size() < 10 &&
-        nameOrId.find_first_not_of("0123456789") == std::string::npos;
+        !nameOrId.empty() && nameOrId.size() < 10 && nameOrId.find_first_not_of("0123456789") == std::string::npos;
     return grabber_.parameter(numeric ? std::stoi(nameOrId) : grabber_.id(nameOrId));
 }
 
@@ -94,16 +93,21 @@ std::string Session::value(const vboard::ParameterInfo& p, bool allElements) con
         default:
             if (isField(p.format)) {
                 if (allElements)
-                    throw vboard::Error(p.name + " is a field of a type the tool cannot read", PGN_ERR_INVALID_ARGUMENT);
+                    throw vboard::Error(p.name + " is a field of a type the tool cannot read",
+                                        PGN_ERR_INVALID_ARGUMENT);
                 return "(" + std::to_string(p.elements) + " elements)";
             }
             return grabber_.getText(p.id);
     }
 }
 
-uint32_t Session::enumValue(const std::string& name) const { return grabber_.get<uint32_t>(grabber_.id(name)); }
+uint32_t Session::enumValue(const std::string& name) const {
+    return grabber_.get<uint32_t>(grabber_.id(name));
+}
 
-double Session::number(const std::string& name) const { return grabber_.get<double>(grabber_.id(name)); }
+double Session::number(const std::string& name) const {
+    return grabber_.get<double>(grabber_.id(name));
+}
 
 bool Session::is(const std::string& name, const std::string& symbol) const {
     const vboard::ParameterInfo p = parameter(name);

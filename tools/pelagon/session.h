@@ -27,7 +27,8 @@ struct UsageError : std::runtime_error {
 // A failure with a suggestion of what to change, printed below the message.
 class HintedError : public vboard::Error {
 public:
-    HintedError(const vboard::Error& cause, std::string hint) : vboard::Error(cause.what(), cause.code()), hint_(std::move(hint)) {}
+    HintedError(const vboard::Error& cause, std::string hint)
+        : vboard::Error(cause.what(), cause.code()), hint_(std::move(hint)) {}
     const std::string& hint() const { return hint_; }
 
 private:
