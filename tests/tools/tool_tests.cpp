@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -262,6 +263,8 @@ struct Output {
     int depth, significant;
     uint32_t expected;  // every component of an inner pixel at x = 20
 };
+
+void PrintTo(const Output& o, std::ostream* os) { *os << o.format << " " << o.alignment; }
 
 class AcquiredPng : public ToolTest, public ::testing::WithParamInterface<Output> {};
 
