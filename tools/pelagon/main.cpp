@@ -221,7 +221,7 @@ void demo(Session& s, const std::string& folder, int frames) {
 
     std::printf("\nfiles in %s\n", std::filesystem::absolute(dir).lexically_normal().c_str());
     for (const std::string& f : acquired.files) std::printf("  %s\n", f.c_str());
-    std::printf("  %s  (configuration: pelagon --config %s info)\n", config.c_str(), config.c_str());
+    std::printf("  %s  (configuration, for --config)\n", config.c_str());
     std::printf("  %s  (GenICam description)\n", xml.c_str());
     std::printf("  %s  (lookup tables)\n", lut.c_str());
 }
