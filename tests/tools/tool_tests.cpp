@@ -147,9 +147,11 @@ TEST_F(ToolTest, SetAcceptsSymbolsAndGetReadsByNameAndId) {
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, "FG_FORMAT = FG_COL48\nFG_HEIGHT = 120\nFG_SCALINGFACTOR_RED = 1\n");
 
-    r = run({"get", "FG_LUT_VALUE_RED"});
+    // Fields as their elements.
+    r = run({"get", "FG_LUT_VALUE_RED", "FG_SYSTEMMONITOR_CHANNEL_CURRENT"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out.rfind("FG_LUT_VALUE_RED = 0 1 2 3 ", 0), 0u) << r.out.substr(0, 80);
+    EXPECT_NE(r.out.find(" 4094 4095\nFG_SYSTEMMONITOR_CHANNEL_CURRENT = 0 0 0 0\n"), std::string::npos);
 }
 
 TEST_F(ToolTest, ParamsListsEveryParameterUnderItsGroup) {

@@ -267,7 +267,7 @@ int run(int argc, char** argv) {
     auto* configSave = config->add_subcommand("save", "save the configuration");
     configSave->add_option("FILE", file)->required();
     auto* configLoad = config->add_subcommand("load", "load a configuration (combine with --save-config)");
-    configLoad->add_option("FILE", file)->required()->check(CLI::ExistingFile);
+    configLoad->add_option("FILE", file)->required();
 
     int port = 0;
     std::string output;

@@ -6,7 +6,6 @@
 #include <cctype>
 #include <cstdio>
 
-#include "pelagon_errors.h"
 
 namespace pelagon_tool {
 
@@ -68,36 +67,24 @@ std::string formatNumber(double v) {
     return text;
 }
 
-namespace {
-
-bool isField(REG_FORMAT f) {
-    return f == REG_FORMAT_UINTFIELD || f == REG_FORMAT_DOUBLEFIELD || f == REG_FORMAT_UINTFIELD64 ||
-           f == REG_FORMAT_INTFIELD || f == REG_FORMAT_INTFIELD64 || f == REG_FORMAT_STRINGFIELD ||
-           f == REG_FORMAT_ENUMFIELD || f == REG_FORMAT_LUT;
-}
-
-}  // namespace
-
 std::string Session::value(const vboard::ParameterInfo& p, bool allElements) const {
     switch (p.format) {
         case REG_FORMAT_DOUBLE:
         case REG_FORMAT_FLOAT: return formatNumber(grabber_.get<double>(p.id));
         case REG_FORMAT_STRING: return utf8(grabber_.getText(p.id));
-        case REG_FORMAT_UINTFIELD: {
+        case REG_FORMAT_UINTFIELD:
+        case REG_FORMAT_DOUBLEFIELD: {
             if (!allElements) return "(" + std::to_string(p.elements) + " elements)";
             std::string out;
-            for (const uint32_t v : grabber_.getField(p.id, 0, p.elements))
-                out += (out.empty() ? "" : " ") + std::to_string(v);
+            if (p.format == REG_FORMAT_UINTFIELD)
+                for (const uint32_t v : grabber_.getField(p.id, 0, p.elements))
+                    out += (out.empty() ? "" : " ") + std::to_string(v);
+            else
+                for (const double v : grabber_.getDoubleField(p.id, 0, p.elements))
+                    out += (out.empty() ? "" : " ") + formatNumber(v);
             return out;
         }
-        default:
-            if (isField(p.format)) {
-                if (allElements)
-                    throw vboard::Error(p.name + " is a field of a type the tool cannot read",
-                                        PGN_ERR_INVALID_ARGUMENT);
-                return "(" + std::to_string(p.elements) + " elements)";
-            }
-            return grabber_.getText(p.id);
+        default: return grabber_.getText(p.id);
     }
 }
 

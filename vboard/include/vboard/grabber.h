@@ -95,6 +95,7 @@ public:
     // Elements of field parameters (the lookup tables, for instance).
     void setField(int id, unsigned index, const std::vector<uint32_t>& values);
     std::vector<uint32_t> getField(int id, unsigned index, unsigned count) const;
+    std::vector<double> getDoubleField(int id, unsigned index, unsigned count) const;
 
     // Access by text, in the parameter's own type: numbers for numeric
     // parameters, for enumerations also the symbol ("FG_COL48") or the display
