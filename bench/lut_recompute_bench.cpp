@@ -18,43 +18,13 @@
 #include <cstring>
 
 #include "BenchInstance.h"
+#include "Baseline.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-constexpr int kBaselineRuns = 300;
 using Table = uint32_t[4096];
-
-// Mean seconds of `kBaselineRuns` runs of `work`; `after` runs untimed.
-template <typename Work, typename After>
-double meanSeconds(Work work, After after) {
-    double total = 0;
-    for (int run = 0; run < kBaselineRuns; ++run) {
-        const Clock::time_point start = Clock::now();
-        work();
-        total += std::chrono::duration<double>(Clock::now() - start).count();
-        after();
-    }
-    return total / kBaselineRuns;
-}
-
-// Times `work` per iteration and reports it also as a ratio to `baseline`.
-template <typename Work, typename After>
-void timeAgainst(benchmark::State& state, double baseline, const char* baselineName, Work work, After after) {
-    double total = 0;
-    int64_t runs = 0;
-    for (auto _ : state) {
-        const Clock::time_point start = Clock::now();
-        work();
-        const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
-        state.SetIterationTime(elapsed);
-        total += elapsed;
-        ++runs;
-        after();
-    }
-    state.counters[baselineName] = baseline * 1e6;
-    state.counters["ratio"] = runs ? total / runs / baseline : 0.0;
-}
+using pelagon::bench::meanSeconds;
+using pelagon::bench::timeAgainst;
 
 void useProcessing(FgZuWrapperImpl& w, double gamma) {
     w.cache_FG_LUT_TYPE_P0 = 3;

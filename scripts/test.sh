@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Builds and runs every test twice: a normal build and one under
-# AddressSanitizer + UndefinedBehaviorSanitizer (LeakSanitizer included).
+# Builds and runs every test: a normal build, one under AddressSanitizer +
+# UndefinedBehaviorSanitizer (LeakSanitizer included), and the concurrency
+# and lock tests under ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
-for preset in default asan; do
+for preset in default asan tsan; do
   echo "=== $preset ==="
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset"

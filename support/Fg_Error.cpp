@@ -4,7 +4,7 @@
 
 int Fg_Error::setErr(int code)
 {
-    error_number_buffer = code;
+    error_number_buffer.store(code, std::memory_order_relaxed);
     return code;
 }
 
@@ -15,5 +15,5 @@ int Fg_Error::setErrLevel2(int /*code*/, const char* /*text*/)
 
 int Fg_Error::getErrorNumberBuffer() const
 {
-    return error_number_buffer;
+    return error_number_buffer.load(std::memory_order_relaxed);
 }

@@ -1,6 +1,10 @@
-/* Last error number of one applet instance. */
+/* Last error number of one applet instance. Parameter calls record it under
+ * the parameter lock, but the pass-through acquisition calls record it from
+ * whatever thread they run on, so the number itself is atomic. */
 #ifndef PELAGON_SUPPORT_FG_ERROR_H
 #define PELAGON_SUPPORT_FG_ERROR_H
+
+#include <atomic>
 
 class Fg_Error {
 public:
@@ -17,7 +21,7 @@ public:
     int getErrorNumberBuffer() const;
 
 private:
-    int error_number_buffer = 0;
+    std::atomic<int> error_number_buffer{0};
 };
 
 #endif

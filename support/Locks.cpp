@@ -139,6 +139,7 @@ RecursiveMutex::~RecursiveMutex()
 void RecursiveMutex::lock()
 {
     if (pthread_mutex_lock(&m_mutex) == 0) {
+        m_owner.store(pthread_self(), std::memory_order_relaxed);
         ++m_count;
     }
 }
@@ -148,15 +149,23 @@ bool RecursiveMutex::trylock()
     if (pthread_mutex_trylock(&m_mutex) != 0) {
         return false;
     }
+    m_owner.store(pthread_self(), std::memory_order_relaxed);
     ++m_count;
     return true;
 }
 
+// The holder takes its level off the count before it gives the mutex away,
+// so the next holder never sees a stale count; anyone else's unlock is
+// refused by the mutex and leaves the count alone.
 void RecursiveMutex::unlock()
 {
-    if (pthread_mutex_unlock(&m_mutex) == 0) {
-        --m_count;
+    if (m_count.load(std::memory_order_relaxed) != 0 &&
+        pthread_equal(m_owner.load(std::memory_order_relaxed), pthread_self())) {
+        if (--m_count == 0) {
+            m_owner.store(pthread_t{}, std::memory_order_relaxed);
+        }
     }
+    pthread_mutex_unlock(&m_mutex);
 }
 
 RecursiveMutexGuard::RecursiveMutexGuard(RecursiveMutex* mutex, bool lockNow) : Guard<RecursiveMutex*>(mutex, false)

@@ -7,6 +7,8 @@
 
 #include <pthread.h>
 
+#include <atomic>
+
 #include <cstdint>
 
 namespace quor::templates::patterns {
@@ -118,12 +120,16 @@ public:
     void lock();
     bool trylock();
     void unlock();
-    bool isLocked() const { return m_count != 0; }
+    bool isLocked() const { return m_count.load(std::memory_order_relaxed) != 0; }
 
 protected:
+    // The count and the owner change only while the owner holds the mutex;
+    // they are atomic because other threads may look at them (isLocked, an
+    // unlock by a thread that does not hold the mutex).
     pthread_mutex_t m_mutex;
     pthread_mutexattr_t m_mutexattr;
-    std::uint32_t m_count = 0;
+    std::atomic<std::uint32_t> m_count{0};
+    std::atomic<pthread_t> m_owner{};
 };
 
 class RecursiveMutexGuard : public patterns::Guard<RecursiveMutex*> {

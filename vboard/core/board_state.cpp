@@ -103,17 +103,43 @@ int ZUdevice::takeFault(const RegisterModel& r, Access access) {
     return code;
 }
 
+uint32_t ZUdevice::journalDesign() {
+    if (journalDesigns.empty() || journalDesigns.back() != design) journalDesigns.push_back(design);
+    return static_cast<uint32_t>(journalDesigns.size() - 1);
+}
+
+std::vector<vboard::JournalEntry> ZUdevice::journalEntries() const {
+    std::vector<vboard::JournalEntry> out;
+    out.reserve(journal.size());
+    for (const JournalRecord& j : journal) {
+        const RegisterModel& r = journalDesigns[j.design]->registers[static_cast<std::size_t>(j.reg - 1)];
+        if (r.kind == 'S') {
+            out.push_back(vboard::JournalEntry{j.reg, r.name, 0, r.kind, 0, 0.0, journalTexts[j.text], j.path});
+        } else {
+            const double d = r.kind == 'D' ? r.decodeDouble(j.raw) : 0.0;
+            out.push_back(vboard::JournalEntry{j.reg, r.name, j.element, r.kind, j.raw, d, {}, j.path});
+        }
+    }
+    return out;
+}
+
+void ZUdevice::clearJournal() {
+    journal.clear();
+    journalTexts.clear();
+    journalDesigns.clear();
+}
+
 int ZUdevice::commit(int n, unsigned first, const std::vector<uint64_t>& raws, Path path) {
     const RegisterModel& r = *reg(n);
     if (int code = takeFault(r, Access::Write))
         return code;
     sync();
     std::vector<uint64_t>& stored = cells[static_cast<std::size_t>(n - 1)].raw;
+    const uint32_t model = journalDesign();
     for (std::size_t i = 0; i < raws.size(); ++i) {
         unsigned element = first + static_cast<unsigned>(i);
         stored[element] = raws[i];
-        double d = r.kind == 'D' ? r.decodeDouble(raws[i]) : 0.0;
-        journal.push_back(vboard::JournalEntry{n, r.name, element, r.kind, raws[i], d, {}, path});
+        journal.push_back(JournalRecord{n, element, raws[i], path, model, 0});
     }
     written(n);
     return PGN_OK;
@@ -124,7 +150,8 @@ int ZUdevice::commitText(int n, const std::string& text, Path path) {
     if (int code = takeFault(r, Access::Write))
         return code;
     cells[static_cast<std::size_t>(n - 1)].text = text;
-    journal.push_back(vboard::JournalEntry{n, r.name, 0, r.kind, 0, 0.0, text, path});
+    journalTexts.push_back(text);
+    journal.push_back(JournalRecord{n, 0, 0, path, journalDesign(), static_cast<uint32_t>(journalTexts.size() - 1)});
     return PGN_OK;
 }
 

@@ -47,7 +47,26 @@ struct VBOARD_API ZUdevice {
 
     std::shared_ptr<const vboard::DesignModel> design;
     std::vector<Cells> cells;  // cells[n - 1] belongs to register n
-    std::vector<vboard::JournalEntry> journal;
+    // The journal keeps one small record per element written; names and
+    // decoded values are filled in only when it is read, so that a write of
+    // a 4096-entry table allocates nothing per element.
+    struct JournalRecord {
+        int reg;
+        unsigned element;
+        uint64_t raw;
+        vboard::Path path;
+        uint32_t design;  // index into journalDesigns
+        uint32_t text;    // index into journalTexts (string registers)
+    };
+    std::vector<JournalRecord> journal;
+    std::vector<std::string> journalTexts;
+    // Every design the journal has seen, so that records made before a
+    // rebind still name their own registers.
+    std::vector<std::shared_ptr<const vboard::DesignModel>> journalDesigns;
+    std::vector<vboard::JournalEntry> journalEntries() const;
+    void clearJournal();
+    // Index of the bound design in journalDesigns, added when new.
+    uint32_t journalDesign();
     std::vector<Fault> faults;
     // What the design does on its own (trigger block, simulator timing);
     // present while a design is bound.

@@ -59,13 +59,13 @@ void destroyBoard(ZUdevice* board) {
 std::vector<JournalEntry> journal(ZUdevice* board) {
     State& s = state();
     std::lock_guard lock(s.mutex);
-    return liveBoard(s, board).journal;
+    return liveBoard(s, board).journalEntries();
 }
 
 void clearJournal(ZUdevice* board) {
     State& s = state();
     std::lock_guard lock(s.mutex);
-    liveBoard(s, board).journal.clear();
+    liveBoard(s, board).clearJournal();
 }
 
 uint64_t peek(ZUdevice* board, const std::string& name, unsigned element) {

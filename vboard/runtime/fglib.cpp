@@ -204,6 +204,19 @@ int writeRegister(ZUdevice& board, int n, const RegisterModel& r, const Form& f)
         return board.commitText(n, std::string(text, length), vboard::Path::Parameter);
     }
     std::vector<uint64_t> raws(f.count);
+    if (r.kind == 'U' && f.elem == Elem::U32) {
+        // Whole tables arrive as unsigned 32-bit elements: one tight loop.
+        const uint64_t max = r.maxRaw();
+        const char* p = static_cast<const char*>(f.base);
+        for (unsigned i = 0; i < f.count; ++i) {
+            uint32_t v;
+            std::memcpy(&v, p + std::size_t{i} * sizeof v, sizeof v);
+            if (v > max)
+                return PGN_ERR_OUT_OF_RANGE;
+            raws[i] = v;
+        }
+        return board.commit(n, f.first, raws, vboard::Path::Parameter);
+    }
     for (unsigned i = 0; i < f.count; ++i) {
         if (r.kind == 'U') {
             std::optional<uint64_t> v = loadUnsigned(f, i);
