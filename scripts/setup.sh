@@ -4,7 +4,7 @@
 # comma must still get decimal points in the applet's files).
 set -euo pipefail
 
-packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev libxml2-utils libpng-dev binutils
+packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev libxml2-utils libpng-dev libcli11-dev binutils
           locales)
 missing=()
 for p in "${packages[@]}"; do

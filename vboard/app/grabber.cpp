@@ -81,6 +81,14 @@ void collect(const RegisterInfo* r, const std::string& group, std::vector<Parame
                    static_cast<double>(r->u.iReg64.steps));
             break;
         case REG_FORMAT_DOUBLE: limits(r->u.dReg.from, r->u.dReg.to, r->u.dReg.steps); break;
+        case REG_FORMAT_UINTFIELD:
+            limits(r->u.uifReg.from, r->u.uifReg.to, 1);
+            p.elements = static_cast<unsigned>(std::max(0, r->u.uifReg.nrOfElements));
+            break;
+        case REG_FORMAT_DOUBLEFIELD:
+            limits(r->u.dfReg.from, r->u.dfReg.to, 0);
+            p.elements = static_cast<unsigned>(std::max(0, r->u.dfReg.nrOfElements));
+            break;
         case REG_FORMAT_FLOAT: limits(r->u.fReg.from, r->u.fReg.to, r->u.fReg.steps); break;
         case REG_FORMAT_ENUM:
             for (int i = 0; i < r->u.eReg.nrOfElements; ++i) {
@@ -184,6 +192,21 @@ struct Grabber::Impl {
     // Runs a parameter call and throws its refusal.
     void check(int result, const std::function<std::string()>& what) const {
         if (result < 0) fail(what(), result);
+    }
+    template <typename T>
+    std::vector<T> readField(int id, unsigned index, unsigned count) const {
+        std::vector<T> values(count);
+        FieldParameterAccess access{};
+        access.vtype = typeOf<T>();
+        access.index = index;
+        access.count = count;
+        if constexpr (std::is_same_v<T, double>)
+            access.p.p_double = values.data();
+        else
+            access.p.p_uint32_t = values.data();
+        check(api.Fg_getParameterWithType(fg, id, &access, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS),
+              [&] { return "reading elements of " + describe(id); });
+        return values;
     }
     std::string describe(int id) const {
         std::vector<ParameterInfo> all;
@@ -304,16 +327,11 @@ void Grabber::setField(int id, unsigned index, const std::vector<uint32_t>& valu
 }
 
 std::vector<uint32_t> Grabber::getField(int id, unsigned index, unsigned count) const {
-    const Impl& m = *impl_;
-    std::vector<uint32_t> values(count);
-    FieldParameterAccess access{};
-    access.vtype = FG_PARAM_TYPE_UINT32_T;
-    access.index = index;
-    access.count = count;
-    access.p.p_uint32_t = values.data();
-    m.check(m.api.Fg_getParameterWithType(m.fg, id, &access, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS),
-            [&] { return "reading elements of " + m.describe(id); });
-    return values;
+    return impl_->readField<uint32_t>(id, index, count);
+}
+
+std::vector<double> Grabber::getDoubleField(int id, unsigned index, unsigned count) const {
+    return impl_->readField<double>(id, index, count);
 }
 
 void Grabber::set(const std::string& name, const std::string& text) { setText(id(name), text); }

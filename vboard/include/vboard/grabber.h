@@ -46,6 +46,7 @@ struct ParameterInfo {
     std::string unit;
     // Limits of numeric parameters (0 where the format has none).
     double minimum = 0, maximum = 0, step = 0;
+    unsigned elements = 0;  // field parameters: how many elements they hold
     struct Entry {
         std::string displayName;
         std::string symbol;  // as FG_COL48; may be empty
@@ -94,6 +95,7 @@ public:
     // Elements of field parameters (the lookup tables, for instance).
     void setField(int id, unsigned index, const std::vector<uint32_t>& values);
     std::vector<uint32_t> getField(int id, unsigned index, unsigned count) const;
+    std::vector<double> getDoubleField(int id, unsigned index, unsigned count) const;
 
     // Access by text, in the parameter's own type: numbers for numeric
     // parameters, for enumerations also the symbol ("FG_COL48") or the display

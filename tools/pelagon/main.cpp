@@ -1,0 +1,402 @@
+// pelagon: the command-line tool for the Pelagon applet on the virtual board.
+// Every run loads the applet library, creates one instance on a new virtual
+// board, prepares it from --config and --set, runs one command, and saves the
+// configuration when asked. Failures print the applet's error number and its
+// meaning and end with a non-zero exit status.
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "acquisition.h"
+#include "applet_info.h"
+#include "session.h"
+
+namespace pelagon_tool {
+namespace {
+
+constexpr int kFailure = 1;
+constexpr int kUsage = 2;
+
+std::string infoText(const vboard::Grabber& g, int code) {
+    uint64_t address = 0;
+    g.info(code, nullptr, &address);
+    const char* text = reinterpret_cast<const char*>(static_cast<uintptr_t>(address));
+    return text ? text : "";
+}
+
+void showInfo(Session& s) {
+    const vboard::Grabber& g = s.grabber();
+    uint64_t imageBytes = 0, imageAddress = 0;
+    g.info(GET_EMBEDDED_HAP, &imageBytes, &imageAddress);
+    std::printf("applet       %s %s\n", infoText(g, GET_INFO_FRIENDLY_NAME).c_str(),
+                infoText(g, GET_INFO_VERSIONSTRING_DETAIL).c_str());
+    std::printf("library      %s\n", std::filesystem::absolute(s.appletPath()).lexically_normal().c_str());
+    std::printf("description  %s\n", infoText(g, GET_INFO_DESCRIPTION).c_str());
+    std::printf("category     %s\n", infoText(g, GET_INFO_CATEGORY).c_str());
+    std::printf("board type   %lld (the virtual board)\n", static_cast<long long>(g.info(GET_BOARD_TYPE)));
+    std::printf("design       %s, an image of %llu bytes inside the library\n", infoText(g, GET_HAP_ID).c_str(),
+                static_cast<unsigned long long>(imageBytes));
+    std::printf("channels     %lld camera, %lld DMA channel\n", static_cast<long long>(g.info(GET_NR_OF_CAMS)),
+                static_cast<long long>(g.info(GET_NR_OF_DMAS)));
+    std::printf("parameters   %zu\n", g.parameters().size());
+    std::printf("applet id    %s\n", s.value("FG_APPLET_ID").c_str());
+    std::printf("sensors      FPGA %s \u00B0C, board power %s W\n",
+                s.value("FG_SYSTEMMONITOR_FPGA_TEMPERATURE").c_str(), s.value("FG_SYSTEMMONITOR_BOARD_POWER").c_str());
+}
+
+std::string typeName(const vboard::ParameterInfo& p) {
+    switch (p.format) {
+        case REG_FORMAT_UINT: return "uint32";
+        case REG_FORMAT_INT: return "int32";
+        case REG_FORMAT_UINT64: return "uint64";
+        case REG_FORMAT_INT64: return "int64";
+        case REG_FORMAT_DOUBLE: return "double";
+        case REG_FORMAT_FLOAT: return "float";
+        case REG_FORMAT_ENUM: return "enum";
+        case REG_FORMAT_STRING: return "string";
+        case REG_FORMAT_UINTFIELD: return "uint32[" + std::to_string(p.elements) + "]";
+        case REG_FORMAT_DOUBLEFIELD: return "double[" + std::to_string(p.elements) + "]";
+        default: return "format " + std::to_string(static_cast<int>(p.format));
+    }
+}
+
+std::string accessName(int access) {
+    std::string out;
+    out += (access & REG_ACCESS_READ) ? 'r' : '-';
+    out += (access & REG_ACCESS_WRITE) ? 'w' : '-';
+    out += (access & REG_ACCESS_CHANGE) ? 'c' : '-';
+    return out;
+}
+
+std::string limits(const vboard::ParameterInfo& p) {
+    if (p.format == REG_FORMAT_ENUM || p.format == REG_FORMAT_STRING || p.format == REG_FORMAT_GROUP) return "";
+    if (p.minimum == 0 && p.maximum == 0) return "";
+    // Integers as integers while a double holds them exactly.
+    const bool integral = p.format != REG_FORMAT_DOUBLE && p.format != REG_FORMAT_FLOAT &&
+                          p.format != REG_FORMAT_DOUBLEFIELD && std::fabs(p.maximum) < 9007199254740992.0;
+    auto bound = [integral](double v) {
+        return integral ? std::to_string(static_cast<long long>(v)) : formatNumber(v);
+    };
+    std::string out = bound(p.minimum) + " .. " + bound(p.maximum);
+    // The smallest double step means "any value".
+    if (p.step > 1e-12 && p.step != 1) out += " step " + formatNumber(p.step);
+    return out;
+}
+
+bool matches(const vboard::ParameterInfo& p, const std::string& filter) {
+    auto lower = [](std::string t) {
+        for (char& c : t) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        return t;
+    };
+    const std::string f = lower(filter);
+    return f.empty() || lower(p.name).find(f) != std::string::npos || lower(p.group).find(f) != std::string::npos ||
+           lower(p.displayName).find(f) != std::string::npos;
+}
+
+// The published list runs newest top-level group first; shown here in the
+// order the applet created its groups, each group's members as published.
+std::vector<vboard::ParameterInfo> inCatalogueOrder(std::vector<vboard::ParameterInfo> published) {
+    std::vector<std::vector<vboard::ParameterInfo>> blocks;
+    std::string top = "\x01";
+    for (vboard::ParameterInfo& p : published) {
+        const std::string key = p.group.substr(0, p.group.find(" / "));
+        if (blocks.empty() || key != top || key.empty()) blocks.emplace_back();
+        top = key;
+        blocks.back().push_back(std::move(p));
+    }
+    std::vector<vboard::ParameterInfo> ordered;
+    for (auto block = blocks.rbegin(); block != blocks.rend(); ++block)
+        for (vboard::ParameterInfo& p : *block) ordered.push_back(std::move(p));
+    return ordered;
+}
+
+void listParameters(Session& s, const std::string& filter) {
+    std::string group = "\x01";
+    std::printf("access: r readable, w writable, c changeable during acquisition\n");
+    for (const vboard::ParameterInfo& p : inCatalogueOrder(s.grabber().parameters())) {
+        if (!matches(p, filter)) continue;
+        if (p.group != group) {
+            group = p.group;
+            std::printf("\n%s\n", group.empty() ? "(no group)" : utf8(group).c_str());
+            std::printf("  %-7s %-44s %-12s %-4s %-28s %-12s %s\n", "id", "name", "type", "acc", "limits", "unit",
+                        "value");
+        }
+        std::string current;
+        try {
+            current = s.value(p);
+        } catch (const vboard::Error& e) {
+            current = "(unreadable: error " + std::to_string(e.code()) + ")";
+        }
+        // printf pads by bytes; the unit may hold a two-byte character.
+        std::string unit = utf8(p.unit);
+        unit += std::string(static_cast<std::size_t>(std::max(0, 12 - static_cast<int>(p.unit.size()))), ' ');
+        std::printf("  %-7d %-44s %-12s %-4s %-28s %s %s\n", p.id, p.name.c_str(), typeName(p).c_str(),
+                    accessName(p.access).c_str(), limits(p).c_str(), unit.c_str(), current.c_str());
+        if (!p.entries.empty()) {
+            std::string values;
+            for (const vboard::ParameterInfo::Entry& e : p.entries)
+                values += (values.empty() ? "" : ", ") + (e.symbol.empty() ? "\"" + e.displayName + "\"" : e.symbol) +
+                          "=" + std::to_string(e.value);
+            std::printf("  %-7s   one of %s\n", "", values.c_str());
+        }
+    }
+}
+
+void writeFile(const std::string& path, const std::string& content) {
+    std::ofstream out(path, std::ios::binary);
+    out << content;
+    out.close();
+    if (!out) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+}
+
+// The demonstration: a small, warm diagonal pattern from the simulator, one
+// frame per pulse of the trigger's generator.
+constexpr const char* kDemoSettings[] = {
+    "FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR",
+    "FG_PIXELFORMAT=BayerRG8",  // 8-bit counters wrap every 256 pixels: full-range stripes
+    "FG_CAMERASIMULATOR_WIDTH=640",
+    "FG_CAMERASIMULATOR_HEIGHT=480",
+    "FG_WIDTH=640",
+    "FG_HEIGHT=480",
+    "FG_CAMERASIMULATOR_PATTERN=FG_DIAGONAL",
+    "FG_CAMERASIMULATOR_ROLL=FG_ON",
+    "FG_CAMERASIMULATOR_SELECT_MODE=FG_PIXEL_FREQUENCY",
+    "FG_CAMERASIMULATOR_PIXEL_FREQUENCY=100",
+    "FG_CAMERASIMULATOR_TRIGGER_MODE=RISING_EDGE_TRIGGERS_FRAME",
+    "FG_FORMAT=FG_COL24",
+    "FG_SCALINGFACTOR_RED=1.4",
+    "FG_SCALINGFACTOR_GREEN=1.0",
+    "FG_SCALINGFACTOR_BLUE=0.6",
+    "FG_LUT_TYPE=LUT_TYPE_PROCESSING",
+    "FG_PROCESSING_GAMMA=1.6",
+    "FG_AREATRIGGERMODE=ATM_GENERATOR",
+    "FG_TRIGGER_FRAMESPERSECOND=25",
+    "FG_TRIGGERCAMERA_OUT_SELECT=PULSEGEN0",
+    "FG_TRIGGEROUT_STATS_SOURCE=PULSEGEN0",
+};
+
+void demo(Session& s, const std::string& folder, int frames) {
+    std::printf("Pelagon demonstration on a virtual board\n\n");
+    showInfo(s);
+
+    std::printf("\nsettings\n");
+    for (const char* assignment : kDemoSettings) {
+        s.assign(assignment);
+        const std::string name(assignment, std::string(assignment).find('='));
+        std::printf("  %-40s %s\n", name.c_str(), s.value(name).c_str());
+    }
+    s.applyGlobalOptions();
+
+    std::printf("\nacquisition: %d frames, one per trigger pulse at %s pulses/s\n", frames,
+                s.value("FG_TRIGGER_FRAMESPERSECOND").c_str());
+    vboard::Grabber& g = s.grabber();
+    AcquireOptions options;
+    options.frames = frames;
+    options.folder = folder;
+    options.afterStart = [&] {
+        s.set("FG_TRIGGEROUT_STATS_PULSECOUNT_CLEAR", "FG_APPLY");
+        s.set("FG_TRIGGERSTATE", "TS_ACTIVE");
+        std::printf("  trigger started (FG_TRIGGERSTATE=TS_ACTIVE)\n");
+    };
+    const AcquireResult acquired = acquire(s, options);
+    s.set("FG_TRIGGERSTATE", "TS_SYNC_STOP");
+    std::printf("  trigger stopped; pulses counted: %s\n", s.value("FG_TRIGGEROUT_STATS_PULSECOUNT").c_str());
+
+    const std::filesystem::path dir(folder);
+    const std::string config = (dir / "pelagon-demo.mcf").string();
+    const std::string xml = (dir / "pelagon.xml").string();
+    const std::string lut = (dir / "pelagon-demo.lut").string();
+    g.saveConfig(config);
+    writeFile(xml, g.xml());
+    s.set("FG_LUT_SAVE_FILE", lut);
+
+    std::printf("\nfiles in %s\n", std::filesystem::absolute(dir).lexically_normal().c_str());
+    for (const std::string& f : acquired.files) std::printf("  %s\n", f.c_str());
+    std::printf("  %s  (configuration, for --config)\n", config.c_str());
+    std::printf("  %s  (GenICam description)\n", xml.c_str());
+    std::printf("  %s  (lookup tables)\n", lut.c_str());
+}
+
+// The message of a failure: what was attempted and, where an error number is
+// behind it, the number and its meaning.
+void report(const vboard::Error& e) {
+    std::string message = e.what();
+    if (e.code() != 0 && message.find(std::to_string(e.code())) == std::string::npos)
+        message += ": error " + std::to_string(e.code()) + " (" + vboard::errorText(e.code()) + ")";
+    std::fprintf(stderr, "pelagon: %s\n", message.c_str());
+    if (const auto* hinted = dynamic_cast<const HintedError*>(&e))
+        std::fprintf(stderr, "hint: %s\n", hinted->hint().c_str());
+}
+
+int run(int argc, char** argv) {
+    CLI::App app{"Runs the Pelagon applet on a new virtual board for one command.", "pelagon"};
+    app.require_subcommand(1);
+    app.fallthrough();
+    GlobalOptions global;
+    app.add_option("--applet", global.applet, "applet library (default: ../lib/libPelagon.so beside this program)")
+        ->type_name("PATH");
+    app.add_option("--config", global.config, "configuration file loaded first")->type_name("FILE");
+    app.add_option("--set", global.sets, "NAME=VALUE (or ID=VALUE) applied after --config, in order; repeatable")
+        ->allow_extra_args(false)
+        ->type_name("NAME=VALUE");
+    app.add_option("--save-config", global.saveConfig, "save the configuration after the command")->type_name("FILE");
+
+    auto* info = app.add_subcommand("info", "what the applet says about itself and the board");
+    std::string filter;
+    auto* params = app.add_subcommand("params", "every parameter by group: id, type, access, limits, unit, value");
+    params->add_option("FILTER", filter, "only parameters whose name, group or title contains this");
+    std::vector<std::string> names;
+    auto* get = app.add_subcommand("get", "print parameters by name or id");
+    get->add_option("NAME", names, "FG_WIDTH, 700, ...")->required();
+    std::vector<std::string> assignments;
+    auto* set = app.add_subcommand("set", "set parameters (NAME=VALUE or ID=VALUE) in order and print them");
+    set->add_option("NAME=VALUE", assignments, "FG_FORMAT=FG_COL48, FG_WIDTH=640, ...")->required();
+
+    std::string file;
+    auto* config = app.add_subcommand("config", "configuration files");
+    config->require_subcommand(1);
+    auto* configSave = config->add_subcommand("save", "save the configuration");
+    configSave->add_option("FILE", file)->required();
+    auto* configLoad = config->add_subcommand("load", "load a configuration (combine with --save-config)");
+    configLoad->add_option("FILE", file)->required();
+
+    int port = 0;
+    std::string output;
+    auto* xml = app.add_subcommand("xml", "the GenICam XML description of the parameters");
+    xml->add_option("--port", port, "port (0 .. 3)")->check(CLI::Range(0, 3));
+    xml->add_option("-o,--output", output, "write to this file instead of standard output");
+
+    auto* lut = app.add_subcommand("lut", "lookup-table files");
+    lut->require_subcommand(1);
+    auto* lutSave = lut->add_subcommand("save", "save the lookup tables in use (FG_LUT_SAVE_FILE)");
+    lutSave->add_option("FILE", file)->required();
+    auto* lutLoad =
+        lut->add_subcommand("load", "use the tables of a file (FG_LUT_TYPE=LUT_TYPE_CUSTOM, FG_LUT_CUSTOM_FILE)");
+    lutLoad->add_option("FILE", file)->required();
+
+    int count = 1;
+    double timeout = 0;
+    std::string folder = ".";
+    auto* acquireCommand = app.add_subcommand("acquire", "acquire frames into PNG files frame-NNNN.png");
+    acquireCommand->add_option("-n,--frames", count, "number of frames")->check(CLI::Range(1, 1000000));
+    acquireCommand->add_option("-o,--output", folder, "folder for the files (created if missing)");
+    acquireCommand->add_option("--timeout", timeout, "seconds to wait for each frame (default: from the rates)");
+
+    int pulses = 1;
+    auto* triggerCommand = app.add_subcommand("trigger", "send software trigger pulses and report what they did");
+    triggerCommand->add_option("-n,--pulses", pulses, "number of pulses")->check(CLI::Range(1, 1000000));
+    triggerCommand->add_option("--timeout", timeout, "seconds to wait for each frame (default: from the rates)");
+
+    std::string demoFolder = "pelagon-demo";
+    int demoFrames = 4;
+    auto* demoCommand = app.add_subcommand("demo", "a complete session; --config and --set apply after its settings");
+    demoCommand->add_option("-o,--output", demoFolder, "folder for its files (default ./pelagon-demo)");
+    demoCommand->add_option("-n,--frames", demoFrames, "number of frames")->check(CLI::Range(1, 1000));
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        std::fprintf(stderr, "pelagon: %s\nRun with --help for more information.\n", e.what());
+        return kUsage;
+    }
+
+    Session s(global);
+    if (*demoCommand) {
+        demo(s, demoFolder, demoFrames);
+        s.finish();
+        return 0;
+    }
+    s.applyGlobalOptions();
+    vboard::Grabber& g = s.grabber();
+    if (*info) {
+        showInfo(s);
+    } else if (*params) {
+        listParameters(s, filter);
+    } else if (*get) {
+        for (const std::string& n : names) {
+            const vboard::ParameterInfo p = s.parameter(n);
+            std::printf("%s = %s\n", p.name.c_str(), s.value(p, true).c_str());
+        }
+    } else if (*set) {
+        for (const std::string& a : assignments) {
+            s.assign(a);
+            const vboard::ParameterInfo p = s.parameter(a.substr(0, a.find('=')));
+            std::printf("%s = %s\n", p.name.c_str(), s.value(p).c_str());
+        }
+    } else if (*configSave) {
+        g.saveConfig(file);
+        std::printf("configuration saved to %s\n", file.c_str());
+    } else if (*configLoad) {
+        g.loadConfig(file);
+        std::printf("configuration loaded from %s\n", file.c_str());
+    } else if (*xml) {
+        const std::string text = g.xml(port);
+        if (output.empty()) {
+            std::fwrite(text.data(), 1, text.size(), stdout);
+        } else {
+            writeFile(output, text);
+            std::printf("XML description of port %d written to %s (%zu bytes)\n", port, output.c_str(), text.size());
+        }
+    } else if (*lutSave) {
+        s.set("FG_LUT_SAVE_FILE", file);
+        std::printf("lookup tables saved to %s\n", file.c_str());
+    } else if (*lutLoad) {
+        // The file is read when the type is "User file" and the name is set.
+        s.set("FG_LUT_TYPE", "LUT_TYPE_CUSTOM");
+        s.set("FG_LUT_CUSTOM_FILE", file);
+        std::printf("lookup tables loaded from %s\n", file.c_str());
+    } else if (*acquireCommand) {
+        AcquireOptions options;
+        options.frames = count;
+        options.folder = folder;
+        options.timeoutSeconds = timeout;
+        const AcquireResult r = acquire(s, options);
+        std::printf("%zu frames saved in %s", r.files.size(), folder.c_str());
+        if (r.skipped > 0)
+            std::printf(" (%lld frames were overwritten before they could be saved)",
+                        static_cast<long long>(r.skipped));
+        std::printf("\n");
+    } else if (*triggerCommand) {
+        const TriggerResult r = trigger(s, pulses, timeout);
+        std::printf("%d software pulses sent\n", r.sent);
+        std::printf("pulses counted at %s: %u\n", r.countedAt.c_str(), r.counted);
+        if (r.acquiring)
+            std::printf("frames from the simulator: %lld\n", static_cast<long long>(r.frames));
+        else
+            std::printf("no frames: the simulator is not the image source or runs free\n");
+    }
+    s.finish();
+    return 0;
+}
+
+}  // namespace
+}  // namespace pelagon_tool
+
+int main(int argc, char** argv) {
+    try {
+        return pelagon_tool::run(argc, argv);
+    } catch (const vboard::Error& e) {
+        pelagon_tool::report(e);
+    } catch (const pelagon_tool::UsageError& e) {
+        std::fprintf(stderr, "pelagon: %s\n", e.what());
+        return pelagon_tool::kUsage;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "pelagon: %s\n", e.what());
+    } catch (int code) {
+        std::fprintf(stderr, "pelagon: error %d (%s)\n", code, vboard::errorText(code).c_str());
+    } catch (...) {
+        std::fprintf(stderr, "pelagon: unexpected failure\n");
+    }
+    return pelagon_tool::kFailure;
+}

@@ -1,0 +1,107 @@
+#include "session.h"
+
+#include <linux/limits.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdio>
+
+
+namespace pelagon_tool {
+
+std::string defaultAppletPath() {
+    char self[PATH_MAX] = {};
+    const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (n <= 0) return "libPelagon.so";
+    std::string dir(self, static_cast<std::size_t>(n));
+    dir.erase(dir.find_last_of('/'));
+    return dir + "/../lib/libPelagon.so";
+}
+
+std::string utf8(const std::string& latin1) {
+    std::string out;
+    for (const char c : latin1) {
+        const auto u = static_cast<unsigned char>(c);
+        if (u < 0x80) {
+            out += c;
+        } else {
+            out += static_cast<char>(0xC0 | (u >> 6));
+            out += static_cast<char>(0x80 | (u & 0x3F));
+        }
+    }
+    return out;
+}
+
+Session::Session(const GlobalOptions& options)
+    : options_(options), path_(options.applet.empty() ? defaultAppletPath() : options.applet), grabber_(path_) {}
+
+void Session::applyGlobalOptions() {
+    if (!options_.config.empty()) grabber_.loadConfig(options_.config);
+    for (const std::string& assignment : options_.sets) assign(assignment);
+}
+
+void Session::finish() {
+    if (!options_.saveConfig.empty()) grabber_.saveConfig(options_.saveConfig);
+}
+
+vboard::ParameterInfo Session::parameter(const std::string& nameOrId) const {
+    const bool numeric =
+        !nameOrId.empty() && nameOrId.size() < 10 && nameOrId.find_first_not_of("0123456789") == std::string::npos;
+    return grabber_.parameter(numeric ? std::stoi(nameOrId) : grabber_.id(nameOrId));
+}
+
+void Session::assign(const std::string& assignment) {
+    const std::size_t eq = assignment.find('=');
+    if (eq == std::string::npos || eq == 0)
+        throw UsageError("\"" + assignment + "\" is not an assignment: write NAME=VALUE (or ID=VALUE)");
+    set(assignment.substr(0, eq), assignment.substr(eq + 1));
+}
+
+void Session::set(const std::string& name, const std::string& value) {
+    grabber_.setText(parameter(name).id, value);
+}
+
+std::string formatNumber(double v) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%.10g", v);
+    return text;
+}
+
+std::string Session::value(const vboard::ParameterInfo& p, bool allElements) const {
+    switch (p.format) {
+        case REG_FORMAT_DOUBLE:
+        case REG_FORMAT_FLOAT: return formatNumber(grabber_.get<double>(p.id));
+        case REG_FORMAT_STRING: return utf8(grabber_.getText(p.id));
+        case REG_FORMAT_UINTFIELD:
+        case REG_FORMAT_DOUBLEFIELD: {
+            if (!allElements) return "(" + std::to_string(p.elements) + " elements)";
+            std::string out;
+            if (p.format == REG_FORMAT_UINTFIELD)
+                for (const uint32_t v : grabber_.getField(p.id, 0, p.elements))
+                    out += (out.empty() ? "" : " ") + std::to_string(v);
+            else
+                for (const double v : grabber_.getDoubleField(p.id, 0, p.elements))
+                    out += (out.empty() ? "" : " ") + formatNumber(v);
+            return out;
+        }
+        default: return grabber_.getText(p.id);
+    }
+}
+
+uint32_t Session::enumValue(const std::string& name) const {
+    return grabber_.get<uint32_t>(grabber_.id(name));
+}
+
+double Session::number(const std::string& name) const {
+    return grabber_.get<double>(grabber_.id(name));
+}
+
+bool Session::is(const std::string& name, const std::string& symbol) const {
+    const vboard::ParameterInfo p = parameter(name);
+    const uint32_t v = grabber_.get<uint32_t>(p.id);
+    for (const vboard::ParameterInfo::Entry& e : p.entries)
+        if (e.symbol == symbol) return static_cast<uint32_t>(e.value) == v;
+    return false;
+}
+
+}  // namespace pelagon_tool

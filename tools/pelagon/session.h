@@ -1,0 +1,79 @@
+// One run of the tool: an applet instance on a new virtual board, prepared
+// from the global options, and the helpers the commands share for naming,
+// reading and writing its parameters.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "vboard/grabber.h"
+
+namespace pelagon_tool {
+
+struct GlobalOptions {
+    std::string applet;             // empty: the libPelagon.so built beside the tool
+    std::string config;             // loaded first when given
+    std::vector<std::string> sets;  // NAME=VALUE, applied in order after the configuration
+    std::string saveConfig;         // written after the command when given
+};
+
+// A failure of the tool's own (a malformed argument, a file it cannot
+// write): no applet error number behind it.
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// A failure with a suggestion of what to change, printed below the message.
+class HintedError : public vboard::Error {
+public:
+    HintedError(const vboard::Error& cause, std::string hint)
+        : vboard::Error(cause.what(), cause.code()), hint_(std::move(hint)) {}
+    const std::string& hint() const { return hint_; }
+
+private:
+    std::string hint_;
+};
+
+// The libPelagon.so in ../lib beside the running program.
+std::string defaultAppletPath();
+
+// Ten significant digits, without trailing zeros.
+std::string formatNumber(double v);
+
+// Latin-1 text of the catalogue (units such as "µs") as UTF-8.
+std::string utf8(const std::string& latin1);
+
+class Session {
+public:
+    explicit Session(const GlobalOptions& options);
+
+    // --config, then every --set in order.
+    void applyGlobalOptions();
+    // --save-config, when given.
+    void finish();
+
+    // A parameter by SDK name (FG_WIDTH) or by decimal id (700).
+    vboard::ParameterInfo parameter(const std::string& nameOrId) const;
+    // NAME=VALUE with the value as text (enumeration symbols or names, numbers).
+    void assign(const std::string& assignment);
+    void set(const std::string& name, const std::string& value);
+    // The current value as the tool shows it; fields as their elements.
+    std::string value(const vboard::ParameterInfo& p, bool allElements = false) const;
+    std::string value(const std::string& name) const { return value(parameter(name)); }
+    uint32_t enumValue(const std::string& name) const;  // enumerations and uints
+    double number(const std::string& name) const;
+    // Whether enumeration `name` holds the entry with this symbol.
+    bool is(const std::string& name, const std::string& symbol) const;
+
+    vboard::Grabber& grabber() { return grabber_; }
+    const vboard::Grabber& grabber() const { return grabber_; }
+    const std::string& appletPath() const { return path_; }
+
+private:
+    GlobalOptions options_;
+    std::string path_;
+    vboard::Grabber grabber_;
+};
+
+}  // namespace pelagon_tool
