@@ -46,3 +46,15 @@ protected:
     fpga_design* design = nullptr;
     std::unique_ptr<FgZuWrapperImpl> wrapper;
 };
+
+// The same with the name maps and the parameter registry built, as setters
+// that publish limits and access rights need them.
+class InstanceFixture : public DesignFixture {
+protected:
+    void SetUp() override {
+        DesignFixture::SetUp();
+        wrapper->initInternalMaps();
+        wrapper->createUserParameters();
+        vboard::clearJournal(board);
+    }
+};

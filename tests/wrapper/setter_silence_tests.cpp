@@ -6,15 +6,7 @@
 
 namespace {
 
-class QuietSetters : public DesignFixture {
-protected:
-    void SetUp() override {
-        DesignFixture::SetUp();
-        wrapper->initInternalMaps();
-        wrapper->createUserParameters();
-        vboard::clearJournal(board);
-    }
-};
+using QuietSetters = InstanceFixture;
 
 }  // namespace
 
