@@ -342,6 +342,11 @@ void Grabber::setText(int id, const std::string& text) {
         throw Error("\"" + text + "\" is not a value for " + p.name + " (expected " + expected + ")",
                     PGN_ERR_INVALID_ARGUMENT);
     };
+    // The text as a number of the parameter's own type, then set as that type.
+    auto setNumber = [&](auto value, const char* expected) {
+        if (!parseNumber(text, value)) refuse(expected);
+        set(id, value);
+    };
     switch (p.format) {
         case REG_FORMAT_ENUM: {
             for (const ParameterInfo::Entry& e : p.entries)
@@ -355,32 +360,12 @@ void Grabber::setText(int id, const std::string& text) {
             }
             return set<uint32_t>(id, value);
         }
-        case REG_FORMAT_UINT: {
-            uint32_t value = 0;
-            if (!parseNumber(text, value)) refuse("an unsigned 32-bit integer");
-            return set<uint32_t>(id, value);
-        }
-        case REG_FORMAT_INT: {
-            int32_t value = 0;
-            if (!parseNumber(text, value)) refuse("a 32-bit integer");
-            return set<int32_t>(id, value);
-        }
-        case REG_FORMAT_UINT64: {
-            uint64_t value = 0;
-            if (!parseNumber(text, value)) refuse("an unsigned 64-bit integer");
-            return set<uint64_t>(id, value);
-        }
-        case REG_FORMAT_INT64: {
-            int64_t value = 0;
-            if (!parseNumber(text, value)) refuse("a 64-bit integer");
-            return set<int64_t>(id, value);
-        }
+        case REG_FORMAT_UINT: return setNumber(uint32_t{}, "an unsigned 32-bit integer");
+        case REG_FORMAT_INT: return setNumber(int32_t{}, "a 32-bit integer");
+        case REG_FORMAT_UINT64: return setNumber(uint64_t{}, "an unsigned 64-bit integer");
+        case REG_FORMAT_INT64: return setNumber(int64_t{}, "a 64-bit integer");
         case REG_FORMAT_DOUBLE:
-        case REG_FORMAT_FLOAT: {
-            double value = 0;
-            if (!parseNumber(text, value)) refuse("a number");
-            return set<double>(id, value);
-        }
+        case REG_FORMAT_FLOAT: return setNumber(double{}, "a number");
         case REG_FORMAT_STRING: return set<std::string>(id, text);
         default:
             throw Error(p.name + " is a field parameter; set its elements with setField", PGN_ERR_INVALID_ARGUMENT);
