@@ -10,12 +10,14 @@
 #include <chrono>
 
 #include "BenchInstance.h"
+#include "Targets.h"
 
 namespace {
 
 constexpr uint32_t kPulses = 2040;
 constexpr double kIdealSeconds = kPulses * 80e-9;
 constexpr int kSendSoftwareTrigger = 8800;
+constexpr double kBurstTargetMs = 40;
 
 double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -55,6 +57,7 @@ void BM_SoftwareTriggerBurst(benchmark::State& state) {
     }
     const auto iterations = static_cast<double>(state.iterations());
     if (iterations > 0) {
+        pelagon::bench::withTarget(state, "ms", burstSeconds / iterations * 1e3, kBurstTargetMs);
         state.counters["ratio_to_ideal"] = burstSeconds / iterations / kIdealSeconds;
         state.counters["ratio_to_bare_sleeps"] = burstSeconds / bareSeconds;
         state.counters["bare_sleeps_ms"] = bareSeconds / iterations * 1e3;
@@ -64,4 +67,4 @@ BENCHMARK(BM_SoftwareTriggerBurst)->UseManualTime()->Unit(benchmark::kMillisecon
 
 }  // namespace
 
-BENCHMARK_MAIN();
+PELAGON_BENCH_MAIN()
