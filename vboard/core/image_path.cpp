@@ -376,18 +376,22 @@ ImagePipeline::ImagePipeline(ImageSettings settings) : settings_(std::move(setti
     const OutputFormat f = settings_.format;
     const unsigned down = f == OutputFormat::Color24 ? 4 : f == OutputFormat::Color30 ? 2 : 0;
     const unsigned up = down == 0 && settings_.leftAligned ? 4 : 0;
-    out_.resize(3 * kTable);
+    out_.resize(3 * kTable);  // entries missing from a LUT read as 0
     for (std::size_t c = 0; c < 3; ++c) {
         const std::vector<uint16_t>& lut = settings_.lut[c];
-        for (uint32_t v = 0; v < kTable; ++v)
-            out_[c * kTable + v] = static_cast<uint16_t>((v < lut.size() ? (lut[v] & kMax12) : 0) >> down << up);
+        uint16_t* table = out_.data() + c * kTable;
+        for (std::size_t v = 0; v < std::min<std::size_t>(lut.size(), kTable); ++v)
+            table[v] = static_cast<uint16_t>((lut[v] & kMax12) >> down << up);
     }
     if (settings_.xRamp) {
-        const unsigned depth = sampleBits(settings_);
+        const unsigned depth = sampleBits(settings_), shift = 12 - depth;
         for (unsigned q = 0; q < 4; ++q) {
+            const uint32_t even = settings_.gain[gainIndex(q)], odd = settings_.gain[gainIndex(q ^ 1u)];
             ramp_[q].resize(std::size_t{1} << depth);
-            for (uint32_t v = 0; v < ramp_[q].size(); ++v)
-                ramp_[q][v] = balance(v << (12 - depth), settings_.gain[gainIndex(q ^ (v & 1u))]);
+            for (uint32_t v = 0; v < ramp_[q].size(); v += 2) {
+                ramp_[q][v] = balance(v << shift, even);
+                ramp_[q][v + 1] = balance((v + 1) << shift, odd);
+            }
         }
     }
 }
