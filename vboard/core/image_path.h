@@ -112,7 +112,8 @@ public:
     // are written (a frame larger than the buffer is cut off). Returns the
     // bytes written. Output lines are remembered by what they are made of, so
     // lines the pattern repeats (within the frame or from earlier frames) are
-    // copied rather than computed again.
+    // copied rather than computed again; so are most pixels of a line that is
+    // an earlier one of the frame moved along the simulator's ramp.
     std::size_t render(uint64_t k, uint8_t* out, std::size_t capacity) const;
 
 private:
@@ -120,9 +121,14 @@ private:
 
     ImageSettings settings_;
     std::size_t bytes_ = 0;
-    // Per component: the LUT followed by the output conversion, indexed by the
-    // 12-bit value after demosaicing.
-    std::array<std::vector<uint16_t>, 3> out_;
+    // Per component R, G, B, one after the other: the LUT followed by the
+    // output conversion, indexed by the 12-bit value after demosaicing.
+    std::vector<uint16_t> out_;
+    // With the simulator's ramp along the lines: the ramp's values (of the
+    // camera's depth) white balanced, even values taken as colour q, odd ones
+    // as colour q ^ 1, for each of the four colour codes q. A mosaic line is
+    // a window of one of them.
+    std::array<std::vector<uint16_t>, 4> ramp_;
 
 public:
     struct LineCache;
