@@ -366,8 +366,8 @@ std::size_t ImageSettings::frameBytes() const {
 
 ImagePipeline::ImagePipeline(ImageSettings settings) : settings_(std::move(settings)) {
     bytes_ = settings_.frameBytes();
-    // Lines can be kept apart when each starts on a byte: always but for the
-    // 30-bit stream, whose lines do when the width is a multiple of 4.
+    // Lines can be kept apart when each starts on a 32-bit word: at 24 bit
+    // when the width is a multiple of 4, at 48 bit of 2, at 30 bit of 16.
     const uint64_t lineBits = uint64_t{settings_.roiWidth} *
                               (settings_.format == OutputFormat::Color24   ? 24
                                : settings_.format == OutputFormat::Color30 ? 30

@@ -134,7 +134,7 @@ public:
     struct LineCache;
 
 private:
-    std::unique_ptr<LineCache> cache_;  // null when lines do not start on a byte
+    std::unique_ptr<LineCache> cache_;  // null when lines do not start on a 32-bit word
 };
 
 }  // namespace vboard
