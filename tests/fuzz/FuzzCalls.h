@@ -6,8 +6,10 @@
 // (the parameter's own type, the record, or `count` elements of the record's
 // element type), so the sanitizers see any access beyond it.
 //
-// A call is decoded from the front of what remains of an input: direction,
-// parameter, type code, DMA index, then the value bytes.
+// A call is decoded from what remains of an input (with FuzzedDataProvider:
+// numbers from the end, value bytes and names from the front): direction,
+// parameter, type code, DMA index, then the value; make_seeds.py writes seeds
+// in this form.
 #pragma once
 
 #include <fuzzer/FuzzedDataProvider.h>
@@ -19,6 +21,7 @@
 #include <memory>
 #include <string>
 
+#include "AppletConstants.h"
 #include "FuzzApplet.h"
 #include "FuzzCatalogue.h"
 #include "FuzzFiles.h"
@@ -26,7 +29,9 @@
 
 namespace {
 
-constexpr int kDirectRegisterIdBase = 1000000;
+using pelagon::kDirectRegisterIdBase;
+using pelagon::kRuntimeIdBase;
+
 constexpr int kRegisterCount = 160;  // a few beyond the design's registers
 // Range records may claim any count; buffers beyond this many elements are
 // not allocated (the arrays hold 4096 at most, so a larger range must be
@@ -210,7 +215,7 @@ void fuzzCall(FuzzApplet& applet, FuzzedDataProvider& in, bool setsOnly) {
         // takes. Ids of the runtime's own range are served by the runtime,
         // which sizes the value by the type code: only a scalar code lets the
         // caller know the size.
-        if (id > 2 * kDirectRegisterIdBase && !is64(type) && type != FG_PARAM_TYPE_INT32_T &&
+        if (id > kRuntimeIdBase && !is64(type) && type != FG_PARAM_TYPE_INT32_T &&
             type != FG_PARAM_TYPE_UINT32_T)
             return;
         return call.scalar(in, 8);
