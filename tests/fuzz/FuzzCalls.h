@@ -15,7 +15,6 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -111,9 +110,9 @@ std::string fileName(FuzzedDataProvider& in) {
         case 3:
             return "/dev/null";
         default: {
+            // Any bytes (markup characters, invalid UTF-8) but no folder.
             std::string name = in.ConsumeRandomLengthString(8);
-            for (char& c : name)
-                if (!std::isalnum(static_cast<unsigned char>(c)) && c != '.') c = '_';
+            std::replace(name.begin(), name.end(), '/', '_');
             return FuzzFolder::path() + "/" + name + ".lut";
         }
     }

@@ -161,8 +161,8 @@ def xml_seeds():
     i = Input()
     i.number(2, 0, 7)
     i.call(True, "FG_FORMAT", "UINT32", sets_only=True); i.data(u32(6))
-    i.call(True, "FG_LUT_TYPE", "UINT32", sets_only=True); i.data(u32(0))
-    i.call(True, "FG_LUT_CUSTOM_FILE", "CHAR_PTR", sets_only=True); i.file_name("name", "table")
+    i.call(True, "FG_LUT_TYPE", "UINT32", sets_only=True); i.data(u32(3))  # the name is only kept
+    i.call(True, "FG_LUT_CUSTOM_FILE", "CHAR_PTR", sets_only=True); i.file_name("name", "a&b<\"c>")
     s["sets"] = i
     i = Input()
     i.number(1, 0, 7)  # port 1
