@@ -125,9 +125,11 @@ struct Call {
     int type;
     unsigned dma;
 
-    int run(void* value) const {
-        return write ? applet.Fg_setParameterWithType(applet.fg, id, value, dma, type)
-                     : applet.Fg_getParameterWithType(applet.fg, id, value, dma, type);
+    // Every dispatched call leaves its result as the last error.
+    void run(void* value) const {
+        const int result = write ? applet.Fg_setParameterWithType(applet.fg, id, value, dma, type)
+                                 : applet.Fg_getParameterWithType(applet.fg, id, value, dma, type);
+        if (applet.Fg_getLastErrorNumber(applet.fg) != result) __builtin_trap();
     }
 
     // A value of `size` bytes; a 64-bit type code on a read claims 8 bytes.
