@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs every test: a normal build, one under AddressSanitizer +
 # UndefinedBehaviorSanitizer (LeakSanitizer included), and the concurrency
-# and lock tests under ThreadSanitizer.
+# and lock tests under ThreadSanitizer; then a short run of every fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -11,3 +11,5 @@ for preset in default asan tsan; do
   cmake --build --preset "$preset"
   ctest --preset "$preset"
 done
+echo "=== fuzz ==="
+bash scripts/fuzz.sh 30

@@ -47,7 +47,7 @@ private:
     void writeLine(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
     FILE* mHandleToFile = nullptr;
-    int mLogLevel = 0; // kept for the interface; no writer consults it
+    [[maybe_unused]] int mLogLevel = 0;  // kept for the interface; no writer consults it
 };
 
 #endif
