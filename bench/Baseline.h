@@ -105,7 +105,7 @@ inline double median(std::vector<double> values) {
 // Register with UseManualTime().
 template <typename Work, typename BaselineWork>
 double interleavedAgainst(benchmark::State& state, const char* baselineName, Work work, BaselineWork baseline,
-                          double ratioTarget = 0, int batch = 100) {
+                          double ratioTarget = 0, int batch = 1000) {
     std::vector<double> works, baselines;
     for (auto _ : state) {
         const double each = perCall(work, batch);
