@@ -1,6 +1,9 @@
 // Routing of typed parameter sets and gets: the parameter lock, the three id
 // ranges, and the table from catalogue id to setter and getter.
+#include <array>
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <type_traits>
 
@@ -147,14 +150,32 @@ const Handler kHandlers[] = {
 #include "CatalogueUndef.h"
 };
 
+// Every call looks its id up here, so the table is an open-addressing hash:
+// a lookup is usually one multiply and one probe, where a tree would chase
+// a pointer per level. Built once; at most half full, so a miss ends soon.
 const Handler* findHandler(int id) {
-    static const std::map<int, const Handler*> byId = [] {
-        std::map<int, const Handler*> m;
-        for (const Handler& h : kHandlers) m.emplace(h.id, &h);
-        return m;
+    constexpr unsigned kSlotBits = 9;
+    static_assert(std::size(kHandlers) * 2 <= (1u << kSlotBits), "the handler hash is at most half full");
+    struct Slot {
+        int id;
+        const Handler* handler;  // null: an empty slot
+    };
+    using Table = std::array<Slot, (1u << kSlotBits)>;
+    constexpr auto first = [](int key) { return (static_cast<uint32_t>(key) * 2654435761u) >> (32 - kSlotBits); };
+    constexpr uint32_t kMask = (1u << kSlotBits) - 1;
+    static const Table table = [&] {
+        Table t{};
+        for (const Handler& h : kHandlers) {
+            uint32_t i = first(h.id);
+            while (t[i].handler && t[i].id != h.id) i = (i + 1) & kMask;
+            if (!t[i].handler) t[i] = {h.id, &h};  // the first handler of an id serves it
+        }
+        return t;
     }();
-    const auto it = byId.find(id);
-    return it == byId.end() ? nullptr : it->second;
+    for (uint32_t i = first(id);; i = (i + 1) & kMask) {
+        if (!table[i].handler) return nullptr;
+        if (table[i].id == id) return table[i].handler;
+    }
 }
 
 // The one DMA channel belongs to process 0; anything else is not served.
