@@ -22,7 +22,7 @@
 #include <string>
 #include <vector>
 
-#include "AppletExports.h"
+#include "AppletHost.h"
 #include "Baseline.h"
 #include "BenchInstance.h"
 #include "hap_runtime.h"
@@ -86,7 +86,9 @@ void BM_CachedGet(benchmark::State& state) {
     uint32_t value = 0;
     const double each = interleavedAgainst(
         state, "bare_write_ns",
-        [&] { benchmark::DoNotOptimize(host.api.get(host.fg, 600, &value, 0, FG_PARAM_TYPE_UINT32_T)); },
+        [&] {
+            benchmark::DoNotOptimize(host.api.Fg_getParameterWithType(host.fg, 600, &value, 0, FG_PARAM_TYPE_UINT32_T));
+        },
         [&] { bare.write(); });
     withTarget(state, "get_ns", each * 1e9, kGetTargetNs);
 }
@@ -102,7 +104,7 @@ void setAgainstBareWrites(benchmark::State& state, int id, uint32_t first, uint3
         state, writes == 1 ? "bare_write_ns" : "bare_writes_ns",
         [&] {
             value = value == first ? second : first;
-            host.api.set(host.fg, id, &value, 0, FG_PARAM_TYPE_UINT32_T);
+            host.api.Fg_setParameterWithType(host.fg, id, &value, 0, FG_PARAM_TYPE_UINT32_T);
             if (++n % 4096 == 0) vboard::clearJournal(host.grabber.board());
         },
         [&] {
@@ -122,8 +124,8 @@ void BM_StartUp(benchmark::State& state) {
     Fg_Struct fg{};
     int error = 0;
     auto cycle = [&] {
-        fg.Master = host.api.entry(board, &error, 0);
-        host.api.freeGrabber(&fg);
+        fg.Master = host.api.Std_entry(board, &error, 0);
+        host.api.Fg_FreeGrabber(&fg);
     };
     cycle();
     const double writes = static_cast<double>(vboard::journal(board).size());
@@ -149,9 +151,9 @@ void BM_XmlDescription(benchmark::State& state) {
     std::vector<char> buffer;
     const double each = loopAgainst(state, bare, "bare_write_ns", [&] {
         size_t size = 0;
-        host.api.xml(host.fg, 0, nullptr, &size);
+        host.api.Fg_getParameterInfoXML(host.fg, 0, nullptr, &size);
         buffer.resize(size);
-        host.api.xml(host.fg, 0, buffer.data(), &size);
+        host.api.Fg_getParameterInfoXML(host.fg, 0, buffer.data(), &size);
     });
     withTarget(state, "us", each * 1e6, kXmlTargetUs);
 }
@@ -161,8 +163,8 @@ void BM_ConfigurationSaveAndLoad(benchmark::State& state) {
     const double bare = bareWriteSeconds();
     const std::string file = "/tmp/pelagon-bench-" + std::to_string(getpid()) + ".mcf";
     const double each = loopAgainst(state, bare, "bare_write_ns", [&] {
-        host.api.save(host.fg, file.c_str());
-        host.api.load(host.fg, file.c_str());
+        host.api.Fg_saveConfig(host.fg, file.c_str());
+        host.api.Fg_loadConfig(host.fg, file.c_str());
         vboard::clearJournal(host.grabber.board());
     });
     withTarget(state, "us", each * 1e6, kConfigurationTargetUs);

@@ -13,7 +13,7 @@
 #include <fstream>
 #include <string>
 
-#include "AppletExports.h"
+#include "AppletHost.h"
 #include "Targets.h"
 #include "vboard/vboard.h"
 
@@ -40,8 +40,8 @@ void BM_CreateFreeCycles(benchmark::State& state) {
         for (int i = 0; i < n; ++i) {
             Fg_Struct fg{};
             int error = 0;
-            fg.Master = host.api.entry(board, &error, 0);
-            host.api.freeGrabber(&fg);
+            fg.Master = host.api.Std_entry(board, &error, 0);
+            host.api.Fg_FreeGrabber(&fg);
             vboard::clearJournal(board);
         }
     };

@@ -12,15 +12,10 @@
 #include <cstdlib>
 
 #include "fg_api.h"
+#include "vboard/applet_exports.h"
 #include "vboard/vboard.h"
 
-struct FuzzApplet {
-    decltype(&::Std_entry) Std_entry = nullptr;
-    decltype(&::Fg_setParameterWithType) Fg_setParameterWithType = nullptr;
-    decltype(&::Fg_getParameterWithType) Fg_getParameterWithType = nullptr;
-    decltype(&::Fg_getParameterInfoXML) Fg_getParameterInfoXML = nullptr;
-    decltype(&::Fg_loadConfig) Fg_loadConfig = nullptr;
-    decltype(&::Fg_getLastErrorNumber) Fg_getLastErrorNumber = nullptr;
+struct FuzzApplet : vboard::AppletExports {
     ZUdevice* board = nullptr;
     Fg_Struct* fg = nullptr;
 
@@ -35,11 +30,6 @@ struct FuzzApplet {
     void forgetWrites() { vboard::clearJournal(board); }
 
 private:
-    template <typename Fn>
-    static void bind(void* library, Fn& fn, const char* name) {
-        fn = reinterpret_cast<Fn>(dlsym(library, name));
-        if (!fn) die(name);
-    }
     [[noreturn]] static void die(const char* what) {
         std::fprintf(stderr, "fuzz: cannot set up the applet instance: %s\n", what);
         std::exit(2);
@@ -48,12 +38,7 @@ private:
         void* library = dlopen(PELAGON_APPLET_PATH, RTLD_NOW | RTLD_LOCAL);
         if (!library) die(dlerror());
         auto* a = new FuzzApplet;
-        bind(library, a->Std_entry, "Std_entry");
-        bind(library, a->Fg_setParameterWithType, "Fg_setParameterWithType");
-        bind(library, a->Fg_getParameterWithType, "Fg_getParameterWithType");
-        bind(library, a->Fg_getParameterInfoXML, "Fg_getParameterInfoXML");
-        bind(library, a->Fg_loadConfig, "Fg_loadConfig");
-        bind(library, a->Fg_getLastErrorNumber, "Fg_getLastErrorNumber");
+        if (const char* missing = vboard::bindAppletExports(library, *a)) die(missing);
         a->board = vboard::createBoard();
         a->fg = static_cast<Fg_Struct*>(std::calloc(1, sizeof(Fg_Struct)));
         int error = 0;

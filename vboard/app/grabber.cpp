@@ -22,20 +22,6 @@ namespace vboard {
 
 namespace {
 
-// The applet's exports this side calls, looked up in the loaded library (the
-// process also has the runtime's functions of the same names).
-#define VBOARD_GRABBER_EXPORTS(X)                                                                          \
-    X(Std_entry) X(Fg_FreeGrabber) X(Info) X(Fg_setParameterWithType) X(Fg_getParameterWithType)            \
-    X(Fg_getParameterIdByName) X(Fg_saveConfig) X(Fg_loadConfig) X(Fg_getParameterInfoXML)                 \
-    X(Fg_getEventMask) X(Fg_getEventName) X(Fg_getLastErrorNumber) X(Fg_getParameterInfo) X(Fg_AcquireEx) \
-    X(Fg_stopAcquireEx) X(Fg_getLastPicNumberEx) X(Fg_getLastPicNumberBlockingEx) X(Fg_getStatusEx)
-
-struct Exports {
-#define VBOARD_DECLARE_EXPORT(name) decltype(&::name) name = nullptr;
-    VBOARD_GRABBER_EXPORTS(VBOARD_DECLARE_EXPORT)
-#undef VBOARD_DECLARE_EXPORT
-};
-
 std::string failure(const std::string& what, int code) {
     return what + ": error " + std::to_string(code) + " (" + errorText(code) + ")";
 }
@@ -174,7 +160,7 @@ std::string errorText(int code) {
 struct Grabber::Impl {
     std::string path;
     void* library = nullptr;
-    Exports api;
+    AppletExports api;
     ZUdevice* board = nullptr;
     Fg_Struct* fg = nullptr;
     dma_mem* memory = nullptr;
@@ -225,11 +211,8 @@ Grabber::Grabber(const std::string& appletPath, int flags) : impl_(std::make_uni
         const char* why = dlerror();
         throw Error("cannot load the applet library " + appletPath + ": " + (why ? why : "unknown reason"));
     }
-#define VBOARD_LOOKUP_EXPORT(name)                                                                  \
-    m.api.name = reinterpret_cast<decltype(&::name)>(dlsym(m.library, #name));                       \
-    if (!m.api.name) throw Error(appletPath + " is not an applet library: it does not export " #name);
-    VBOARD_GRABBER_EXPORTS(VBOARD_LOOKUP_EXPORT)
-#undef VBOARD_LOOKUP_EXPORT
+    if (const char* missing = bindAppletExports(m.library, m.api))
+        throw Error(appletPath + " is not an applet library: it does not export " + missing);
 
     const int boardType = m.api.Info(GET_BOARD_TYPE, 0, 0, nullptr, nullptr);
     if (boardType != kBoardType)
@@ -489,6 +472,7 @@ Frame Grabber::frame(int64_t n) const {
 
 ZUdevice* Grabber::board() const { return impl_->board; }
 Fg_Struct* Grabber::handle() const { return impl_->fg; }
+const AppletExports& Grabber::exports() const { return impl_->api; }
 dma_mem* Grabber::memory() const { return impl_->memory; }
 
 }  // namespace vboard

@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "fg_api.h"
+#include "vboard/applet_exports.h"
 #include "vboard/vboard.h"
 
 namespace vboard {
@@ -142,6 +143,7 @@ public:
     // --- Underneath -------------------------------------------------------
     ZUdevice* board() const;    // for vboard::peek and vboard::poke
     Fg_Struct* handle() const;  // the handle whose Master is the instance
+    const AppletExports& exports() const;  // the applet's functions, from its library
     dma_mem* memory() const;    // null before allocateBuffers/start
 
 private:
