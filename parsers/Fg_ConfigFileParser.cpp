@@ -153,7 +153,12 @@ void Fg_ConfigFileParser::writeConfigFilePortB() {
 
 void Fg_ConfigFileParser::writeConfigFileByPort(const int port) {
     trace("Fg_ConfigFileParser::writeConfigFileByPort");
-    writeText("\n" + getPortString(port) + "\n");
+    // Appended piece by piece: GCC 12 at -O3 mistakes the literal-first
+    // concatenation for an overlapping copy (-Wrestrict).
+    std::string line(1, '\n');
+    line += getPortString(port);
+    line += '\n';
+    writeText(line);
 }
 
 void Fg_ConfigFileParser::writeConfigFile(const char* key, const char* value) {

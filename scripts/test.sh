@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test: a normal build, one under AddressSanitizer +
 # UndefinedBehaviorSanitizer (LeakSanitizer included), and the concurrency
-# and lock tests under ThreadSanitizer; then a short run of every fuzz target.
+# and lock tests under ThreadSanitizer; a Release build; then a short run of
+# every fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -11,5 +12,10 @@ for preset in default asan tsan; do
   cmake --build --preset "$preset"
   ctest --preset "$preset"
 done
+# The configuration a packager builds: no tests of its own, but it must
+# compile warning-free at full optimisation.
+echo "=== release ==="
+cmake --preset release >/dev/null
+cmake --build --preset release
 echo "=== fuzz ==="
 bash scripts/fuzz.sh 30

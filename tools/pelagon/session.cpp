@@ -74,14 +74,23 @@ std::string Session::value(const vboard::ParameterInfo& p, bool allElements) con
         case REG_FORMAT_STRING: return utf8(grabber_.getText(p.id));
         case REG_FORMAT_UINTFIELD:
         case REG_FORMAT_DOUBLEFIELD: {
-            if (!allElements) return "(" + std::to_string(p.elements) + " elements)";
+            // Appended piece by piece: GCC 12 at -O3 mistakes a literal-first
+            // concatenation for an overlapping copy (-Wrestrict).
             std::string out;
+            if (!allElements) {
+                out = "(";
+                out += std::to_string(p.elements);
+                out += " elements)";
+                return out;
+            }
+            const auto append = [&out](const std::string& element) {
+                if (!out.empty()) out += ' ';
+                out += element;
+            };
             if (p.format == REG_FORMAT_UINTFIELD)
-                for (const uint32_t v : grabber_.getField(p.id, 0, p.elements))
-                    out += (out.empty() ? "" : " ") + std::to_string(v);
+                for (const uint32_t v : grabber_.getField(p.id, 0, p.elements)) append(std::to_string(v));
             else
-                for (const double v : grabber_.getDoubleField(p.id, 0, p.elements))
-                    out += (out.empty() ? "" : " ") + formatNumber(v);
+                for (const double v : grabber_.getDoubleField(p.id, 0, p.elements)) append(formatNumber(v));
             return out;
         }
         default: return grabber_.getText(p.id);
