@@ -241,15 +241,14 @@ void FgZuWrapperImpl::loadLutFile_P0(const std::string& name) {
     pelagon::useFileLocale();
     Fg_LutFileParser parser;
     if (!parser.checkFileExist(name.c_str())) fail(PGN_ERR_FILE_MISSING);
-    // A table that announces no entries, or more than it gives, is not a
-    // LUT file: refused before any table changes.
+    // Files are read leniently: a missing key reads as 0 and a missing entry
+    // stays 0, so a table that names no entries changes nothing. Only a file
+    // that cannot be read is refused, before any table changes.
     LoadedTables loaded;
     Table merged[3];
     for (int c = 0; c < 3; ++c) {
         LookupTable& t = loaded.tables[c];
-        if (parser.getLutFromFile(name.c_str(), &t, kChannels[c].section) != 0 || t.nrOfElements == 0 ||
-            parser.lastEntriesFound() < t.nrOfElements)
-            fail(PGN_ERR_FILE_IO);
+        if (parser.getLutFromFile(name.c_str(), &t, kChannels[c].section) != 0) fail(PGN_ERR_FILE_IO);
         // At most a table's worth; a shorter table leaves the rest as it is.
         std::memcpy(merged[c], this->*kChannels[c].cache, sizeof(Table));
         std::memcpy(merged[c], t.lut, sizeof(uint32_t) * std::min(t.nrOfElements, kLutSize));
