@@ -17,5 +17,6 @@ done
 echo "=== release ==="
 cmake --preset release >/dev/null
 cmake --build --preset release
+bash tests/install/run.sh build/release
 echo "=== fuzz ==="
 bash scripts/fuzz.sh 30

@@ -242,7 +242,9 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();
     GlobalOptions global;
-    app.add_option("--applet", global.applet, "applet library (default: ../lib/libPelagon.so beside this program)")
+    app.add_option("--applet", global.applet,
+                   "applet library (default: $PELAGON_APPLET, else pelagon/applets/libPelagon.so or else "
+                   "libPelagon.so in the folder of libpelagon_grabber.so)")
         ->type_name("PATH");
     app.add_option("--config", global.config, "configuration file loaded first")->type_name("FILE");
     app.add_option("--set", global.sets, "NAME=VALUE (or ID=VALUE) applied after --config, in order; repeatable")

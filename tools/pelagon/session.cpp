@@ -1,22 +1,10 @@
 #include "session.h"
 
-#include <linux/limits.h>
-#include <unistd.h>
-
 #include <cctype>
 #include <cstdio>
 
 
 namespace pelagon_tool {
-
-std::string defaultAppletPath() {
-    char self[PATH_MAX] = {};
-    const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (n <= 0) return "libPelagon.so";
-    std::string dir(self, static_cast<std::size_t>(n));
-    dir.erase(dir.find_last_of('/'));
-    return dir + "/../lib/libPelagon.so";
-}
 
 std::string utf8(const std::string& latin1) {
     std::string out;
@@ -33,7 +21,7 @@ std::string utf8(const std::string& latin1) {
 }
 
 Session::Session(const GlobalOptions& options)
-    : options_(options), path_(options.applet.empty() ? defaultAppletPath() : options.applet), grabber_(path_) {}
+    : options_(options), path_(options.applet.empty() ? vboard::defaultAppletPath() : options.applet), grabber_(path_) {}
 
 void Session::applyGlobalOptions() {
     if (!options_.config.empty()) grabber_.loadConfig(options_.config);

@@ -12,7 +12,7 @@
 namespace pelagon_tool {
 
 struct GlobalOptions {
-    std::string applet;             // empty: the libPelagon.so built beside the tool
+    std::string applet;             // empty: vboard::defaultAppletPath()
     std::string config;             // loaded first when given
     std::vector<std::string> sets;  // NAME=VALUE, applied in order after the configuration
     std::string saveConfig;         // written after the command when given
@@ -34,9 +34,6 @@ public:
 private:
     std::string hint_;
 };
-
-// The libPelagon.so in ../lib beside the running program.
-std::string defaultAppletPath();
 
 // Ten significant digits, without trailing zeros.
 std::string formatNumber(double v);

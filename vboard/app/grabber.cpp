@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <limits>
 #include <type_traits>
@@ -155,6 +156,17 @@ std::string errorText(int code) {
         case PGN_ERR_KEY_MISSING: return "a key is missing in the configuration file";
         default: return "unknown error";
     }
+}
+
+std::string defaultAppletPath() {
+    if (const char* chosen = std::getenv("PELAGON_APPLET"); chosen && *chosen) return chosen;
+    // The folder of this library as the loader found it, whichever way it did.
+    Dl_info self{};
+    if (!dladdr(reinterpret_cast<void*>(&defaultAppletPath), &self) || !self.dli_fname) return "libPelagon.so";
+    const std::filesystem::path folder = std::filesystem::path(self.dli_fname).parent_path();
+    const std::filesystem::path installed = folder / "pelagon" / "applets" / "libPelagon.so";
+    std::error_code ignored;
+    return (std::filesystem::exists(installed, ignored) ? installed : folder / "libPelagon.so").string();
 }
 
 struct Grabber::Impl {

@@ -36,6 +36,14 @@ namespace vboard {
 // ("unknown error" for numbers neither uses).
 VBOARD_API std::string errorText(int code);
 
+// The applet library to load when the caller names none: $PELAGON_APPLET when
+// set and not empty; else, relative to the folder of the loaded
+// libpelagon_grabber.so, pelagon/applets/libPelagon.so when it exists (the
+// installed layout); else libPelagon.so in that folder (a build tree, where
+// every library lands in build/<preset>/lib). The result need not exist:
+// Grabber's constructor says so when it does not load.
+VBOARD_API std::string defaultAppletPath();
+
 // One parameter as the applet publishes it (the records of port 0).
 struct ParameterInfo {
     int id = 0;
