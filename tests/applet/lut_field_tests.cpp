@@ -10,6 +10,7 @@
 #include "LutHost.h"
 
 using namespace lut;
+using boundary::lastError;
 
 namespace {
 
@@ -22,30 +23,42 @@ protected:
         writeDistinctTables(host);
         before = snapshot(host);
         vboard::clearJournal(host.board);
+        for (const RegisterInfo* r : boundary::leaves(host.api.Fg_getParameterInfo(host.fg, 0)))
+            if (r->format == REG_FORMAT_UINTFIELD || r->format == REG_FORMAT_DOUBLEFIELD) fields.push_back(r);
+        ASSERT_EQ(fields.size(), 5u);
+    }
+    int setElement(int id, FieldParameterInt_s element, int type = FG_PARAM_TYPE_STRUCT_FIELDPARAMINT) {
+        return host.api.Fg_setParameterWithType(host.fg, id, &element, 0, type);
     }
     AppletHost host;
     Snapshot before;
+    std::vector<const RegisterInfo*> fields;  // the three tables and the two channel read-outs
 };
 
 }  // namespace
 
+// Both directions apply the same bounds: a write refuses as out of range, a
+// read as an invalid argument; the last element and the whole table fit.
 TEST_F(LutFields, RangesMustLieInsideTheTable) {
     std::vector<uint32_t> values(kSize, 5);
     const struct {
         uint32_t index, count;
-        int result;
-    } cases[] = {{4000, 97, PGN_ERR_OUT_OF_RANGE}, {4096, 0, PGN_ERR_OUT_OF_RANGE},
-                 {0, 4097, PGN_ERR_OUT_OF_RANGE},  {0xFFFFFFFFu, 2, PGN_ERR_OUT_OF_RANGE},
-                 {2, 0xFFFFFFFFu, PGN_ERR_OUT_OF_RANGE}, {4000, 96, 0}, {0, 4096, 0}};
+        bool fits;
+    } cases[] = {{4000, 97, false}, {4095, 2, false},       {4096, 0, false}, {4096, 1, false},
+                 {0, 4097, false},  {0xFFFFFFFFu, 2, false}, {2, 0xFFFFFFFFu, false}, {1, 0xFFFFFFFFu, false},
+                 {4095, 1, true},   {4000, 96, true},        {0, 4096, true}};
     for (const auto& c : cases) {
-        EXPECT_EQ(setRange(host, RED, range(values.data(), c.index, c.count)), c.result)
-            << "index " << c.index << " count " << c.count;
-        // The read applies the same bounds, as an invalid argument.
+        SCOPED_TRACE("index " + std::to_string(c.index) + " count " + std::to_string(c.count));
+        EXPECT_EQ(setRange(host, RED, range(values.data(), c.index, c.count)), c.fits ? 0 : PGN_ERR_OUT_OF_RANGE);
+        EXPECT_EQ(lastError(host), c.fits ? 0 : PGN_ERR_OUT_OF_RANGE);
         FieldParameterAccess read = range(values.data(), c.index, c.count);
-        EXPECT_EQ(getRange(host, RED, read), c.result == 0 ? 0 : PGN_ERR_INVALID_ARGUMENT);
+        EXPECT_EQ(getRange(host, RED, read), c.fits ? 0 : PGN_ERR_INVALID_ARGUMENT);
+        EXPECT_EQ(lastError(host), c.fits ? 0 : PGN_ERR_INVALID_ARGUMENT);
     }
     EXPECT_EQ(registers(host, 0), Table(kSize, 5));
     EXPECT_EQ(setRange(host, GREEN, range(nullptr, 0, 1)), PGN_ERR_OUT_OF_RANGE) << "a range without an array";
+    FieldParameterAccess read = range(nullptr, 0, 1);
+    EXPECT_EQ(getRange(host, GREEN, read), PGN_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(registers(host, 1), before.hardware[1]);
 }
 
@@ -90,13 +103,11 @@ TEST_F(LutFields, ARefusedWritePutsTheSavedEntriesBack) {
     std::vector<uint32_t> values(96, 7);
     vboard::injectFault(host.board, kRegisters[1], vboard::Access::Write, 1, kFault);
     EXPECT_EQ(setRange(host, GREEN, range(values.data(), 4000, 96)), kFault);
-    EXPECT_EQ(boundary::lastError(host), kFault);
+    EXPECT_EQ(lastError(host), kFault);
     EXPECT_EQ(snapshot(host), before);
 
-    FieldParameterInt_s element{9, 17};
     vboard::injectFault(host.board, kRegisters[1], vboard::Access::Write, 1, kFault);
-    EXPECT_EQ(host.api.Fg_setParameterWithType(host.fg, GREEN, &element, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT),
-              kFault);
+    EXPECT_EQ(setElement(GREEN, {9, 17}), kFault);
     EXPECT_EQ(snapshot(host), before);
 }
 
@@ -106,19 +117,16 @@ TEST_F(LutFields, SingleEntriesAreCheckedAndWrittenAlone) {
         int result;
     } cases[] = {{4095, 4095, 0}, {0, 0, 0}, {4096, 3, PGN_ERR_OUT_OF_RANGE}, {1, 4096, PGN_ERR_OUT_OF_RANGE},
                  {1, 0xFFFFFFFFu, PGN_ERR_OUT_OF_RANGE}};
-    for (const auto& c : cases) {
-        FieldParameterInt_s element{c.value, c.index};
-        EXPECT_EQ(host.api.Fg_setParameterWithType(host.fg, BLUE, &element, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT),
-                  c.result)
-            << c.value << " at " << c.index;
-    }
+    for (const auto& c : cases) EXPECT_EQ(setElement(BLUE, {c.value, c.index}), c.result) << c.value << " at " << c.index;
     EXPECT_EQ(vboard::journal(host.board).size(), 2u) << "one register element per accepted entry";
     EXPECT_EQ(registers(host, 2)[4095], 4095u);
     EXPECT_EQ(registers(host, 2)[0], 0u);
+    FieldParameterInt_s element{0, 4096};
+    EXPECT_EQ(host.api.Fg_getParameterWithType(host.fg, BLUE, &element, 0, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT),
+              PGN_ERR_INVALID_ARGUMENT);
     // Any type other than the range form means one element.
-    FieldParameterInt_s element{77, 5};
-    ASSERT_EQ(host.api.Fg_setParameterWithType(host.fg, BLUE, &element, 0, FG_PARAM_TYPE_UINT32_T), 0);
-    element.value = 0;
+    ASSERT_EQ(setElement(BLUE, {77, 5}, FG_PARAM_TYPE_UINT32_T), 0);
+    element = {0, 5};
     ASSERT_EQ(host.api.Fg_getParameterWithType(host.fg, BLUE, &element, 0, FG_PARAM_TYPE_DOUBLE), 0);
     EXPECT_EQ(element.value, 77u);
 }
@@ -127,12 +135,8 @@ TEST_F(LutFields, SingleEntriesAreCheckedAndWrittenAlone) {
 // the element types that fit are served, exactly `count` elements of the
 // cache's size move, and the caller's memory around them stays untouched.
 TEST_F(LutFields, EveryFieldWithEveryElementTypeMovesOnlyElementsOfItsOwnSize) {
-    std::vector<const RegisterInfo*> fields;
-    for (const RegisterInfo* r : boundary::leaves(host.api.Fg_getParameterInfo(host.fg, 0)))
-        if (r->format == REG_FORMAT_UINTFIELD || r->format == REG_FORMAT_DOUBLEFIELD) fields.push_back(r);
-    ASSERT_EQ(fields.size(), 5u);
-
-    const int32_t types[] = {0, 1, 2, 3, 4, 5, 6, 7, 4096, 4098, 4099, 4101, 8192, -1, -7, 12345, INT_MAX, INT_MIN};
+    const int32_t types[] = {0,    1,    2,    3,     4,    5,    6,  7,  8,     4096,    4097,   4098,
+                             4099, 4100, 4101, 8192, 16384, -1, -2, -7, 12345, 0x7fff, INT_MAX, INT_MIN};
     constexpr size_t kGuard = 64;
     constexpr unsigned char kPattern = 0xA5;
     for (const RegisterInfo* field : fields) {
@@ -140,7 +144,7 @@ TEST_F(LutFields, EveryFieldWithEveryElementTypeMovesOnlyElementsOfItsOwnSize) {
         const uint32_t count = isDouble ? field->u.dfReg.nrOfElements : field->u.uifReg.nrOfElements;
         const size_t elementSize = isDouble ? sizeof(double) : sizeof(uint32_t);
         for (int32_t type : types) {
-            const std::string where = std::string(field->parameterName) + " vtype " + std::to_string(type);
+            SCOPED_TRACE(std::string(field->parameterName) + " vtype " + std::to_string(type));
             const bool fits = isDouble ? type == FG_PARAM_TYPE_DOUBLE
                                        : type == FG_PARAM_TYPE_INT32_T || type == FG_PARAM_TYPE_UINT32_T;
             // The single-element record code passes the LUT type test but moves nothing.
@@ -149,25 +153,25 @@ TEST_F(LutFields, EveryFieldWithEveryElementTypeMovesOnlyElementsOfItsOwnSize) {
             // Room for 8-byte elements between two guards.
             std::vector<unsigned char> memory(2 * kGuard + count * sizeof(uint64_t), kPattern);
             FieldParameterAccess access = range(memory.data() + kGuard, 0, count, type);
-            EXPECT_EQ(getRange(host, field->id, access), accepted ? 0 : PGN_ERR_INVALID_ARGUMENT) << where;
+            EXPECT_EQ(getRange(host, field->id, access), accepted ? 0 : PGN_ERR_INVALID_ARGUMENT);
             const size_t moved = fits ? count * elementSize : 0;
             for (size_t i = kGuard + moved; i < memory.size(); ++i)
-                ASSERT_EQ(memory[i], kPattern) << where << ": byte " << i - kGuard << " of the caller's array";
-            for (size_t i = 0; i < kGuard; ++i) ASSERT_EQ(memory[i], kPattern) << where;
+                ASSERT_EQ(memory[i], kPattern) << "byte " << i - kGuard << " of the caller's array";
+            for (size_t i = 0; i < kGuard; ++i) ASSERT_EQ(memory[i], kPattern);
 
             // Writes: entries that are valid as 32-bit values, whatever the type says.
             std::vector<uint32_t> values(2 * count);
             for (uint32_t i = 0; i < values.size(); ++i) values[i] = (i * 13) % kSize;
             // The single-element record code is refused by the board instead.
             const int expectedSet = isDouble ? PGN_ERR_READ_ONLY : fits ? 0 : PGN_ERR_INVALID_ARGUMENT;
-            EXPECT_EQ(setRange(host, field->id, range(values.data(), 0, count, type)), expectedSet) << where;
-            if (!isDouble) {
-                const int c = field->id - RED;
-                const Table expected = fits ? Table(values.begin(), values.begin() + count) : before.hardware[c];
-                ASSERT_EQ(registers(host, c), expected) << where;
-                ASSERT_EQ(cached(host, c), expected) << where;
-                ASSERT_EQ(setRange(host, field->id, range(before.hardware[c].data(), 0, count)), 0);
-            }
+            EXPECT_EQ(setRange(host, field->id, range(values.data(), 0, count, type)), expectedSet);
+            EXPECT_EQ(lastError(host), expectedSet);
+            if (isDouble) continue;
+            const int c = field->id - RED;
+            const Table expected = fits ? Table(values.begin(), values.begin() + count) : before.hardware[c];
+            ASSERT_EQ(registers(host, c), expected);
+            ASSERT_EQ(cached(host, c), expected);
+            ASSERT_EQ(setRange(host, field->id, range(before.hardware[c].data(), 0, count)), 0);
         }
     }
 }
@@ -177,11 +181,6 @@ TEST_F(LutFields, EveryFieldWithEveryElementTypeMovesOnlyElementsOfItsOwnSize) {
 // another element type, whose layout differs, and an integer that is no type
 // code at all.
 TEST_F(LutFields, EveryFieldWithEveryTypeArgumentReadsOnlyItsOwnSingleRecord) {
-    std::vector<const RegisterInfo*> fields;
-    for (const RegisterInfo* r : boundary::leaves(host.api.Fg_getParameterInfo(host.fg, 0)))
-        if (r->format == REG_FORMAT_UINTFIELD || r->format == REG_FORMAT_DOUBLEFIELD) fields.push_back(r);
-    const auto get = host.api.Fg_getParameterWithType;
-    const auto set = host.api.Fg_setParameterWithType;
     const int32_t types[] = {0,    1,    2,  3,  4,     5,      6,     7,         4098,     4099,
                              4101, 8192, -1, -7, 12345, -16384, 16383, INT32_MIN, INT32_MAX};
     constexpr unsigned char kPattern = 0xA5;
@@ -189,7 +188,7 @@ TEST_F(LutFields, EveryFieldWithEveryTypeArgumentReadsOnlyItsOwnSingleRecord) {
         const bool isDouble = field->format == REG_FORMAT_DOUBLEFIELD;
         const size_t recordSize = isDouble ? sizeof(FieldParameterDouble_s) : sizeof(FieldParameterInt_s);
         for (int32_t type : types) {
-            const std::string where = std::string(field->parameterName) + " type " + std::to_string(type);
+            SCOPED_TRACE(std::string(field->parameterName) + " type " + std::to_string(type));
             const bool unknown = type == -7 || type == 12345 || type == -16384 || type == 16383 ||
                                  type == INT32_MIN || type == INT32_MAX;
             const bool other = unknown || (isDouble ? type == FG_PARAM_TYPE_STRUCT_FIELDPARAMINT ||
@@ -200,21 +199,18 @@ TEST_F(LutFields, EveryFieldWithEveryTypeArgumentReadsOnlyItsOwnSingleRecord) {
             std::memset(memory, kPattern, sizeof memory);
             const unsigned index = 3;
             std::memcpy(memory + (isDouble ? sizeof(double) : sizeof(uint32_t)), &index, sizeof index);
-            EXPECT_EQ(get(host.fg, field->id, memory, 0, type), other ? PGN_ERR_INVALID_ARGUMENT : 0) << where;
-            for (size_t i = recordSize; i < sizeof memory; ++i) ASSERT_EQ(memory[i], kPattern) << where << " byte " << i;
+            EXPECT_EQ(host.api.Fg_getParameterWithType(host.fg, field->id, memory, 0, type),
+                      other ? PGN_ERR_INVALID_ARGUMENT : 0);
+            for (size_t i = recordSize; i < sizeof memory; ++i) ASSERT_EQ(memory[i], kPattern) << "byte " << i;
 
             if (isDouble) {
-                EXPECT_EQ(set(host.fg, field->id, memory, 0, type), PGN_ERR_READ_ONLY) << where;
+                EXPECT_EQ(host.api.Fg_setParameterWithType(host.fg, field->id, memory, 0, type), PGN_ERR_READ_ONLY);
                 continue;
             }
-            const FieldParameterInt_s element{42, index};
-            EXPECT_EQ(set(host.fg, field->id, &element, 0, type), other ? PGN_ERR_INVALID_ARGUMENT : 0) << where;
+            EXPECT_EQ(setElement(field->id, {42, index}, type), other ? PGN_ERR_INVALID_ARGUMENT : 0);
             const int c = field->id - RED;
-            EXPECT_EQ(registers(host, c)[index], other ? before.hardware[c][index] : 42u) << where;
-            FieldParameterInt_s restore{before.hardware[c][index], index};
-            ASSERT_EQ(host.api.Fg_setParameterWithType(host.fg, field->id, &restore, 0,
-                                                       FG_PARAM_TYPE_STRUCT_FIELDPARAMINT),
-                      0);
+            EXPECT_EQ(registers(host, c)[index], other ? before.hardware[c][index] : 42u);
+            ASSERT_EQ(setElement(field->id, {before.hardware[c][index], index}), 0);
         }
     }
 }

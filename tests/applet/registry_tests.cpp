@@ -1,6 +1,5 @@
 // The published parameter tree, the name/index/id lookups and the events, as
 // the runtime sees them through the exports.
-#include <cstring>
 #include <set>
 #include <string>
 
@@ -91,7 +90,7 @@ TEST_F(AppletRegistry, FloatingLimitsAndUnits) {
         const char* unit;
     } rows[] = {
         {90, "FG_TRIGGER_FRAMESPERSECOND", 0.0291038304567337, 12500000, kEpsilon, "Hz"},
-        {300204, "FG_TRIGGERIN_DEBOUNCE", 0.048, 1.512, 0.024, "\xB5\x73"},
+        {300204, "FG_TRIGGERIN_DEBOUNCE", 0.048, 1.512, 0.024, "\xB5\x73"},  // microseconds in Latin-1
         {300219, "FG_TRIGGER_PULSEFORMGEN0_WIDTH", 1, 68000000, 0.016, "\xB5\x73"},
         {13000, "FG_SCALINGFACTOR_RED", 0, 3.9990234375, 0.0009765625, ""},
         {30106, "FG_CAMERASIMULATOR_PIXEL_FREQUENCY", 0, 1500.0, kEpsilon, "MHz"},
@@ -107,13 +106,6 @@ TEST_F(AppletRegistry, FloatingLimitsAndUnits) {
         EXPECT_DOUBLE_EQ(r->u.dReg.steps, row.step) << row.name;
         EXPECT_STREQ(r->unit ? r->unit : "", row.unit) << row.name;
     }
-    // The microsecond unit is exactly the two Latin-1 bytes.
-    const RegisterInfo* debounce = record(300204);
-    ASSERT_NE(debounce, nullptr);
-    ASSERT_NE(debounce->unit, nullptr);
-    EXPECT_EQ(std::strlen(debounce->unit), 2u);
-    EXPECT_EQ(static_cast<unsigned char>(debounce->unit[0]), 0xB5);
-    EXPECT_EQ(static_cast<unsigned char>(debounce->unit[1]), 0x73);
 }
 
 TEST_F(AppletRegistry, OtherRecordKinds) {
@@ -184,29 +176,36 @@ TEST_F(AppletRegistry, EnumerationRowsKeepTheirOrder) {
     }
 }
 
+// Index, name and id lookups agree; the refusals of hostile lookups are in
+// hostile_calls_tests.cpp.
 TEST_F(AppletRegistry, NameMapNumbersAllHundredThirtyFiveNames) {
     const int count = host.api.Fg_getNrOfParameter(host.fg);
     ASSERT_EQ(count, 135);
-
-    EXPECT_STREQ(host.api.Fg_getParameterName(host.fg, 0), "FG_PIXELFORMAT");
-    EXPECT_EQ(lastError(host), 0);
-    EXPECT_EQ(host.api.Fg_getParameterId(host.fg, 0), 200368);
-    EXPECT_STREQ(host.api.Fg_getParameterName(host.fg, 22), "FG_TRANSFER_LEN");
-    EXPECT_EQ(host.api.Fg_getParameterId(host.fg, 22), 5210);
-    EXPECT_STREQ(host.api.Fg_getParameterName(host.fg, 29), "FG_WIDTH");
-    EXPECT_EQ(host.api.Fg_getParameterId(host.fg, 29), 100);
-    EXPECT_STREQ(host.api.Fg_getParameterName(host.fg, 134), "FG_MISSING_CAMERA_FRAME_RESPONSE_CLEAR");
-    EXPECT_EQ(host.api.Fg_getParameterId(host.fg, 134), 300249);
-    EXPECT_EQ(lastError(host), 0);
-
-    for (int outside : {135, -1, 1 << 30}) {
+    const struct {
+        int index;
+        const char* name;
+        int id;
+    } rows[] = {{0, "FG_PIXELFORMAT", 200368},
+                {22, "FG_TRANSFER_LEN", 5210},
+                {29, "FG_WIDTH", 100},
+                {134, "FG_MISSING_CAMERA_FRAME_RESPONSE_CLEAR", 300249},
+                {-1, "FG_APC_STOP_TIMEOUT", 601},
+                {-1, "FG_TRIGGER_FRAMESPERSECOND", 90}};
+    for (const auto& row : rows) {
+        if (row.index >= 0) {
+            EXPECT_STREQ(host.api.Fg_getParameterName(host.fg, row.index), row.name);
+            EXPECT_EQ(host.api.Fg_getParameterId(host.fg, row.index), row.id) << row.name;
+        }
+        EXPECT_EQ(host.api.Fg_getParameterIdByName(host.fg, row.name), row.id) << row.name;
+        EXPECT_EQ(lastError(host), 0);
+    }
+    for (int outside : {135, 1 << 30}) {
         EXPECT_EQ(host.api.Fg_getParameterName(host.fg, outside), nullptr) << outside;
         EXPECT_EQ(lastError(host), PGN_ERR_INVALID_ARGUMENT);
         host.api.Fg_getParameterName(host.fg, 0);
         EXPECT_EQ(host.api.Fg_getParameterId(host.fg, outside), PGN_ERR_INVALID_ARGUMENT) << outside;
         EXPECT_EQ(lastError(host), PGN_ERR_INVALID_ARGUMENT);
     }
-
     // Every index names a distinct parameter whose id the name lookup agrees on.
     std::set<std::string> names;
     for (int i = 0; i < count; ++i) {
@@ -215,18 +214,6 @@ TEST_F(AppletRegistry, NameMapNumbersAllHundredThirtyFiveNames) {
         EXPECT_TRUE(names.insert(name).second) << name << " twice";
         EXPECT_EQ(host.api.Fg_getParameterIdByName(host.fg, name), host.api.Fg_getParameterId(host.fg, i)) << name;
     }
-}
-
-TEST_F(AppletRegistry, IdByName) {
-    EXPECT_EQ(host.api.Fg_getParameterIdByName(host.fg, "FG_TRANSFER_LEN"), 5210);
-    EXPECT_EQ(lastError(host), 0);
-    EXPECT_EQ(host.api.Fg_getParameterIdByName(host.fg, "FG_APC_STOP_TIMEOUT"), 601);
-    EXPECT_EQ(host.api.Fg_getParameterIdByName(host.fg, "FG_TRIGGER_FRAMESPERSECOND"), 90);
-    EXPECT_EQ(host.api.Fg_getParameterIdByName(host.fg, ""), PGN_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(host.api.Fg_getParameterIdByName(host.fg, nullptr), PGN_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(host.api.Fg_getParameterIdByName(host.fg, "FG_NO_SUCH_PARAMETER"), PGN_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(lastError(host), PGN_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(host.api.Fg_getParameterIdByName(host.fg, "fg_width"), PGN_ERR_INVALID_ARGUMENT);
 }
 
 TEST_F(AppletRegistry, OverflowEventSharesTheDesignEventsMask) {
@@ -240,16 +227,4 @@ TEST_F(AppletRegistry, OverflowEventSharesTheDesignEventsMask) {
     EXPECT_EQ(host.api.Fg_getEventMask(host.fg, "Device1_Process1_Trigger_Monitoring_MissingFrame_Cam0"), 4u);
     EXPECT_EQ(host.api.Fg_getEventMask(host.fg, "Device1_Process0_Camera_LinkUp"), 0u);
     EXPECT_EQ(lastError(host), PGN_ERR_INVALID_ARGUMENT);
-}
-
-TEST_F(AppletRegistry, UnknownEventsAreRefused) {
-    EXPECT_EQ(host.api.Fg_getEventMask(host.fg, "FG_OVERFLOW_CAM1"), 0u);
-    EXPECT_EQ(lastError(host), PGN_ERR_INVALID_ARGUMENT);
-    host.api.Fg_getEventMask(host.fg, "FG_OVERFLOW_CAM0");
-    EXPECT_EQ(host.api.Fg_getEventMask(host.fg, nullptr), 0u);
-    EXPECT_EQ(lastError(host), PGN_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(host.api.Fg_getEventName(host.fg, 1), nullptr);
-    EXPECT_EQ(lastError(host), PGN_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(host.api.Fg_getEventName(host.fg, 0), nullptr);
-    EXPECT_EQ(host.api.Fg_getEventName(host.fg, 32 | 4), nullptr);
 }
