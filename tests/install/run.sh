@@ -44,8 +44,7 @@ pc_file() { find "$prefix" -path '*/pkgconfig/pelagon.pc' | head -n 1; }
 cmake_consumer() {
   cmake -S "$consumer" -B "$work/cmake-consumer" -DCMAKE_PREFIX_PATH="$prefix"
   cmake --build "$work/cmake-consumer"
-  clean_env "$work/cmake-consumer/consumer" | tee "$work/out"
-  grep -qF "($prefix/" "$work/out"
+  clean_env "$work/cmake-consumer/consumer"
 }
 
 pkgconfig_consumer() {
@@ -56,9 +55,9 @@ pkgconfig_consumer() {
   applet=$(pkg-config --variable=applet pelagon)
   test -f "$applet"
   # shellcheck disable=SC2046 # the flags are meant to split into words
-  g++ -o "$work/pc-consumer" "$consumer/consumer.cpp" $(pkg-config --cflags --libs pelagon) -Wl,-rpath,"$libdir"
-  clean_env "$work/pc-consumer" | tee "$work/out"
-  grep -qF "($(realpath -s "$applet"))" "$work/out"
+  g++ -o "$work/pc-consumer" "$consumer/consumer.cpp" -DEXPECTED_APPLET="\"$applet\"" \
+      $(pkg-config --cflags --libs pelagon) -Wl,-rpath,"$libdir"
+  clean_env "$work/pc-consumer"
 }
 
 installed_tool() {
@@ -66,6 +65,9 @@ installed_tool() {
   grep -qE "^library +$prefix/.*/pelagon/applets/libPelagon.so$" "$work/out"
   clean_env "$prefix/bin/pelagon" --set FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR acquire -n 2 -o frames
   test -s frames/frame-0002.png
+  # $PELAGON_APPLET overrides the installed applet.
+  if PELAGON_APPLET=$work/none "$prefix/bin/pelagon" info 2>"$work/err"; then return 1; fi
+  grep -F "$work/none" "$work/err"
 }
 
 # Text files by content; the binaries by their RUNPATHs, which alone would
