@@ -6,13 +6,11 @@
 
 #include <clocale>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <string>
 
 #include "support/Fg_Log.h"
+#include "support/scratch_folder.h"
 
 namespace fs = std::filesystem;
 
@@ -20,36 +18,13 @@ namespace {
 
 const std::string kHeader = "[Kamerasektion]\n\nConfigFileVersion=2.0;\n";
 
-class ConfigFileParser : public ::testing::Test {
-protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/pelagon-config-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir = pattern;
-    }
-    void TearDown() override { fs::remove_all(dir); }
-
-    std::string path(const std::string& name) const { return (dir / name).string(); }
-    std::string write(const std::string& name, const std::string& contents) const {
-        std::ofstream(path(name), std::ios::binary) << contents;
-        return path(name);
-    }
-    static std::string read(const std::string& file) {
-        std::ostringstream text;
-        text << std::ifstream(file, std::ios::binary).rdbuf();
-        return text.str();
-    }
-
-    fs::path dir;
-};
+class ConfigFileParser : public ::testing::Test, protected ScratchFolder {};
 
 // A value buffer of exactly the documented size with guard bytes behind it.
 struct GuardedValue {
     char bytes[Fg_ConfigFileParser::kValueBufferSize + 64];
     GuardedValue() { std::memset(bytes, 'Z', sizeof bytes); }
-    bool guardIntact() const {
-        return std::string(bytes + Fg_ConfigFileParser::kValueBufferSize, 64) == std::string(64, 'Z');
-    }
+    bool guardIntact() const { return std::string(bytes + sizeof bytes - 64, 64) == std::string(64, 'Z'); }
 };
 
 }  // namespace
@@ -157,9 +132,9 @@ TEST_F(ConfigFileParser, NumberConversionNeverFails) {
 // not match its section; no read writes past a buffer of the documented size.
 TEST_F(ConfigFileParser, LongLinesAndCrLfFiles) {
     const std::string longName(1023, 'n'), longKey(300, 'k');
-    const std::string file = write("long.mcf", "[Kamerasektion]\r\nAktivePort=0;\r\n\r\n[Port A]\r\nFG_LUT_CUSTOM_FILE='" +
-                                                   longName + "';\r\n" + longKey + "=1;\r\n"
-                                                   "FG_WIDTH=1024;\r\nFG_PLAIN=abc\r\nFG_EMPTY=\r\n");
+    const std::string file = write("long.mcf", "[Kamerasektion]\r\nAktivePort=0;\r\n\r\n[Port A]\r\n"
+                                               "FG_LUT_CUSTOM_FILE='" + longName + "';\r\n" + longKey +
+                                                   "=1;\r\nFG_WIDTH=1024;\r\nFG_PLAIN=abc\r\nFG_EMPTY=\r\n");
     Fg_ConfigFileParser parser(nullptr, file.c_str(), true);
     int number = 7;
     EXPECT_EQ(parser.parseIntKeyFromHeader("AktivePort", &number), -1);
@@ -169,10 +144,8 @@ TEST_F(ConfigFileParser, LongLinesAndCrLfFiles) {
         const char* key;
         int result;
         std::string value;
-    } rows[] = {{"FG_LUT_CUSTOM_FILE", 0, std::string(255 - 20, 'n')},
-                {"FG_PLAIN", 0, "abc\r\n"},
-                {"FG_EMPTY", 0, ""},
-                {longKey.c_str(), -8000, "Error"}};
+    } rows[] = {{"FG_LUT_CUSTOM_FILE", 0, std::string(255 - 20, 'n')}, {"FG_PLAIN", 0, "abc\r\n"},
+                {"FG_EMPTY", 0, ""}, {longKey.c_str(), -8000, "Error"}};
     for (const auto& row : rows) {
         GuardedValue v;
         EXPECT_EQ(parser.parseKeySection(0, row.key, v.bytes), row.result);
@@ -193,7 +166,8 @@ TEST_F(ConfigFileParser, BadFilesGiveNoStreamAndSaveFailuresTouchNothing) {
         std::string name;
         bool opens;
     } rows[] = {{path("missing.mcf"), false}, {path("nofolder/x.mcf"), false}, {path("folder.mcf"), false},
-                {keep, false}, {write("settings.MCF", "\n[Port A]\nFG_WIDTH=1;\n"), false}, {empty, true}, {noPort, true}};
+                {keep, false},  {write("settings.MCF", "\n[Port A]\nFG_WIDTH=1;\n"), false},
+                {empty, true},  {noPort, true}};
     for (const auto& row : rows) {
         for (const bool readOnly : {true, false}) {
             Fg_ConfigFileParser parser(nullptr, row.name.c_str(), readOnly);

@@ -1,42 +1,18 @@
 // The lookup-table file parser on its own: exact bytes of every writer, the
 // substring rules of the readers, and files that try to break them.
-#include <dirent.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "Fg_LutFileParser.h"
+#include "support/scratch_folder.h"
 
 namespace {
 
-class LutFiles : public ::testing::Test {
+class LutFiles : public ::testing::Test, protected ScratchFolder {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/lut-parser-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(dir); }
-
-    std::string path(const std::string& name) const { return (dir / name).string(); }
-    std::string write(const std::string& name, const std::string& content) const {
-        std::ofstream(path(name), std::ios::binary) << content;
-        return path(name);
-    }
-    std::string read(const std::string& name) const {
-        std::ifstream in(path(name), std::ios::binary);
-        std::stringstream s;
-        s << in.rdbuf();
-        return s.str();
-    }
-
-    std::filesystem::path dir;
     Fg_LutFileParser parser;
 };
 
@@ -46,30 +22,29 @@ LookupTable table(std::vector<uint32_t>& entries, uint32_t id) {
 
 std::vector<uint32_t> entriesOf(const LookupTable& t) { return {t.lut, t.lut + t.nrOfElements}; }
 
-size_t openDescriptors() {
-    size_t n = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++n;
-    return n;
+std::ptrdiff_t openDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
 }  // namespace
 
-TEST_F(LutFiles, GrayTableIsWrittenByteForByte) {
-    std::vector<uint32_t> entries{0, 4095};
-    const LookupTable gray = table(entries, 0);
+TEST_F(LutFiles, EveryWriterProducesItsExactBytesAndMatricesAreNeverRead) {
+    std::vector<uint32_t> entries{0, 4095}, r{1}, g{2}, b{3};
+    const LookupTable gray = table(entries, 0), red = table(r, 0), green = table(g, 1), blue = table(b, 2);
     ASSERT_EQ(parser.saveLutToFile(path("gray.lut").c_str(), &gray), 0);
     EXPECT_EQ(read("gray.lut"),
               "# Lut data file v1.1\n\n\n\n[gray]\n\nid=0;\nnrOfElements=2;\nformat=0;\nnumber=0;\n0,0;\n1,4095;\n");
-}
-
-TEST_F(LutFiles, ThreeTablesFollowTheHeaderLine) {
-    std::vector<uint32_t> r{1}, g{2}, b{3};
-    const LookupTable red = table(r, 0), green = table(g, 1), blue = table(b, 2);
     ASSERT_EQ(parser.saveLutToFile(path("rgb.lut").c_str(), &red, &green, &blue), 0);
     EXPECT_EQ(read("rgb.lut"),
               "# Lut data file v1.1\n\n[red]\n\nid=0;\nnrOfElements=1;\nformat=0;\nnumber=0;\n0,1;\n"
               "\n\n[green]\n\nid=1;\nnrOfElements=1;\nformat=0;\nnumber=0;\n0,2;\n"
               "\n\n[blue]\n\nid=2;\nnrOfElements=1;\nformat=0;\nnumber=0;\n0,3;\n");
+
+    int matrix[] = {5, -6};
+    ASSERT_EQ(parser.saveMatrixToFile(path("m.txt").c_str(), "# matrix\n", matrix, 2), 0);
+    EXPECT_EQ(read("m.txt"), "# matrix\nnrOfElements=2;\n0,5;\n1,-6;\n");
+    EXPECT_EQ(parser.getMatrixFromFile(path("m.txt").c_str(), matrix, 2), -1);
+    EXPECT_EQ(parser.getMatrixFromFile(nullptr, nullptr, 0), -1);
 }
 
 TEST_F(LutFiles, WrittenTablesReadBackExactly) {
@@ -105,15 +80,22 @@ TEST_F(LutFiles, KeysComeFromTheFirstLineThatHoldsThemWhateverTheSection) {
     Fg_LutFileParser::freeTable(&green);
 }
 
-TEST_F(LutFiles, EntriesAreMatchedBySubstringInFileOrder) {
+TEST_F(LutFiles, EntriesAreMatchedBySubstringInFileOrderAndLongLinesReadInPieces) {
     // "10,7;" holds "0," and so is entry 0; "1," is then found in "21,5;".
     // Entries never found stay 0, and the scan runs on past later sections.
-    const std::string file =
-        write("order.lut", "nrOfElements=4;\n[gray]\n10,7;\n21,5;\n[other]\n2,9;\n");
     LookupTable gray{};
-    ASSERT_EQ(parser.getLutFromFile(file.c_str(), &gray, "[gray]"), 0);
+    const std::string order = write("order.lut", "nrOfElements=4;\n[gray]\n10,7;\n21,5;\n[other]\n2,9;\n");
+    ASSERT_EQ(parser.getLutFromFile(order.c_str(), &gray, "[gray]"), 0);
     EXPECT_EQ(entriesOf(gray), (std::vector<uint32_t>{7, 5, 9, 0}));
     EXPECT_EQ(parser.lastEntriesFound(), 3u);
+    Fg_LutFileParser::freeTable(&gray);
+
+    // The key sits beyond the first 255 characters: the second piece of the
+    // line holds it and counts as a line of its own.
+    const std::string file = write("long.lut", std::string(300, ' ') + "nrOfElements=2;\n[gray]\n" +
+                                                   std::string(280, 'x') + "0,5;\n1,6;\n");
+    ASSERT_EQ(parser.getLutFromFile(file.c_str(), &gray, "[gray]"), 0);
+    EXPECT_EQ(entriesOf(gray), (std::vector<uint32_t>{5, 6}));
     Fg_LutFileParser::freeTable(&gray);
 }
 
@@ -143,18 +125,10 @@ TEST_F(LutFiles, KneeTablesUseTwelveDecimalsAndClearWhatTheFileLacks) {
     for (KneeLookupTable& t : back) Fg_LutFileParser::freeTable(&t);
 }
 
-TEST_F(LutFiles, MatricesAreWrittenButNeverRead) {
-    int matrix[] = {5, -6};
-    ASSERT_EQ(parser.saveMatrixToFile(path("m.txt").c_str(), "# matrix\n", matrix, 2), 0);
-    EXPECT_EQ(read("m.txt"), "# matrix\nnrOfElements=2;\n0,5;\n1,-6;\n");
-    EXPECT_EQ(parser.getMatrixFromFile(path("m.txt").c_str(), matrix, 2), -1);
-    EXPECT_EQ(parser.getMatrixFromFile(nullptr, nullptr, 0), -1);
-}
-
 // Files that announce absurd sizes or are not tables at all: a clean -1 (or
 // the empty table the rules give), no crash, nothing large allocated, and
 // the record never left pointing at freed entries.
-TEST_F(LutFiles, HostileFilesAreRefusedOrReadAsEmpty) {
+TEST_F(LutFiles, HostileOrVanishingFilesAreRefusedOrReadAsEmpty) {
     const std::string head = "# Lut data file v1.1\n\n[red]\n\nid=0;\n";
     std::string binary(4096, '\0');
     for (size_t i = 0; i < binary.size(); ++i) binary[i] = static_cast<char>((i * 131 + 7) % 256);
@@ -163,47 +137,34 @@ TEST_F(LutFiles, HostileFilesAreRefusedOrReadAsEmpty) {
         const char* name;
         std::string file;
         int result;
-        uint32_t count;
     } cases[] = {
-        {"count -1", write("neg.lut", head + "nrOfElements=-1;\n0,1;\n"), -1, 0},
-        {"count 2^31", write("big.lut", head + "nrOfElements=2147483648;\n"), -1, 0},
-        {"count 10^12", write("huge.lut", head + "nrOfElements=1000000000000;\n"), -1, 0},
-        {"count one above the bound", write("bound.lut", head + "nrOfElements=1048577;\n"), -1, 0},
-        {"300-digit count", write("digits.lut", head + "nrOfElements=" + std::string(300, '9') + ";\n"), -1, 0},
-        {"empty file", write("empty.lut", ""), 0, 0},
-        {"binary bytes", write("binary.lut", binary), 0, 0},
-        {"garbled", write("garbled.lut", "nrOfElements=abc;\n[red]\n0,x;\n"), 0, 0},
-        {"directory", path("folder.lut"), -1, 0},
-        {"/dev/zero", "/dev/zero", -1, 0},
-        {"missing", path("none.lut"), -1, 0},
+        {"count -1", write("neg.lut", head + "nrOfElements=-1;\n0,1;\n"), -1},
+        {"count 2^31", write("big.lut", head + "nrOfElements=2147483648;\n"), -1},
+        {"count 10^12", write("huge.lut", head + "nrOfElements=1000000000000;\n"), -1},
+        {"count one above the bound", write("bound.lut", head + "nrOfElements=1048577;\n"), -1},
+        {"300-digit count", write("digits.lut", head + "nrOfElements=" + std::string(300, '9') + ";\n"), -1},
+        {"empty file", write("empty.lut", ""), 0},
+        {"binary bytes", write("binary.lut", binary), 0},
+        {"garbled", write("garbled.lut", "nrOfElements=abc;\n[red]\n0,x;\n"), 0},
+        {"directory", path("folder.lut"), -1},
+        {"/dev/zero", "/dev/zero", -1},
+        {"missing", path("none.lut"), -1},
     };
     for (const auto& c : cases) {
         LookupTable t{};
         EXPECT_EQ(parser.getLutFromFile(c.file.c_str(), &t, "[red]"), c.result) << c.name;
-        EXPECT_EQ(t.nrOfElements, c.count) << c.name;
+        EXPECT_EQ(t.nrOfElements, 0u) << c.name;
         EXPECT_EQ(parser.lastEntriesFound(), 0u) << c.name;
         Fg_LutFileParser::freeTable(&t);
     }
     EXPECT_EQ(parser.getLutFromFile(nullptr, static_cast<LookupTable*>(nullptr), nullptr), -1);
-}
 
-TEST_F(LutFiles, LongLinesAreReadInPieces) {
-    // The key sits beyond the first 255 characters: the second piece of the
-    // line holds it and counts as a line of its own.
-    const std::string file = write("long.lut", std::string(300, ' ') + "nrOfElements=2;\n[gray]\n" +
-                                                   std::string(280, 'x') + "0,5;\n1,6;\n");
+    // A file that vanishes between the check and the read.
+    const std::string gone = write("gone.lut", "nrOfElements=1;\n[gray]\n0,1;\n");
+    ASSERT_EQ(parser.checkFileExist(gone.c_str()), 1);
+    std::filesystem::remove(gone);
     LookupTable t{};
-    ASSERT_EQ(parser.getLutFromFile(file.c_str(), &t, "[gray]"), 0);
-    EXPECT_EQ(entriesOf(t), (std::vector<uint32_t>{5, 6}));
-    Fg_LutFileParser::freeTable(&t);
-}
-
-TEST_F(LutFiles, AFileThatVanishesAfterTheCheckIsRefused) {
-    const std::string file = write("gone.lut", "nrOfElements=1;\n[gray]\n0,1;\n");
-    ASSERT_EQ(parser.checkFileExist(file.c_str()), 1);
-    std::filesystem::remove(file);
-    LookupTable t{};
-    EXPECT_EQ(parser.getLutFromFile(file.c_str(), &t, "[gray]"), -1);
+    EXPECT_EQ(parser.getLutFromFile(gone.c_str(), &t, "[gray]"), -1);
     EXPECT_EQ(t.lut, nullptr);
 }
 
@@ -227,7 +188,7 @@ TEST_F(LutFiles, EveryOpenClosesThePreviousStream) {
     const std::string file = write("t.lut", "nrOfElements=1;\n[gray]\n0,1;\n");
     LookupTable t{};
     ASSERT_EQ(parser.getLutFromFile(file.c_str(), &t, "[gray]"), 0);
-    const size_t before = openDescriptors();
+    const std::ptrdiff_t before = openDescriptors();
     for (int i = 0; i < 50; ++i) {
         ASSERT_EQ(parser.getLutFromFile(file.c_str(), &t, "[gray]"), 0);
         ASSERT_TRUE(parser.setOpenFile(file.c_str(), false));
