@@ -1,8 +1,6 @@
-#include "support/Fg_Error.h"
-#include "support/Fg_Log.h"
-
+// The last-error store and the log writer: what each records, the exact
+// bytes of each line, and silence without a stream.
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <cstdio>
@@ -10,8 +8,10 @@
 #include <limits>
 #include <string>
 
-TEST(SupportError, StoresOnlyWhatSetErrRecords)
-{
+#include "support/Fg_Error.h"
+#include "support/Fg_Log.h"
+
+TEST(SupportError, StoresOnlyWhatSetErrRecords) {
     Fg_Error error;
     EXPECT_EQ(error.getErrorNumberBuffer(), 0);
     EXPECT_EQ(error.setErr(-6000), -6000);
@@ -21,8 +21,7 @@ TEST(SupportError, StoresOnlyWhatSetErrRecords)
     EXPECT_EQ(error.getErrorNumberBuffer(), -6000);
 }
 
-TEST(SupportLog, WritesNothingWithoutStream)
-{
+TEST(SupportLog, WritesNothingWithoutStream) {
     const std::string path = ::testing::TempDir() + "pelagon_support_never_written.log";
     std::remove(path.c_str());
     Fg_Log log(path.c_str());
@@ -39,14 +38,12 @@ TEST(SupportLog, WritesNothingWithoutStream)
 
 class SupportLogStream : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
+    void SetUp() override {
         FILE* stream = open_memstream(&mBuffer, &mLength);
         ASSERT_NE(stream, nullptr);
         mLog.attachStream(stream);
     }
-    void TearDown() override
-    {
+    void TearDown() override {
         mLog.CloseLogFile();
         std::free(mBuffer);
     }
@@ -58,44 +55,36 @@ protected:
     Fg_Log mLog{nullptr};
 };
 
-TEST_F(SupportLogStream, LinesHaveTheirExactFormat)
-{
+// Doubles get twelve significant digits; the widest must still fit the
+// fixed buffer untruncated.
+TEST_F(SupportLogStream, LinesHaveTheirExactFormat) {
     mLog.Func("entry");
     mLog.Info("dropped");
     mLog.Error("bad key");
     mLog.Info("value", -5);
     mLog.ErrorInt("readInt", "out of range", -2147483647 - 1);
     mLog.Error(nullptr);
+    for (double d : {0.1, 1e20, -std::numeric_limits<double>::max()}) mLog.ErrorDouble("w", "t", d);
     EXPECT_EQ(written(), "varionixIV::Error >> bad key;\n"
                          "varionixIV::Info >> value >> -5;\n"
                          "varionixIV::Error >> readInt >> out of range >> -2147483648;\n"
-                         "varionixIV::Error >> (null);\n");
-}
-
-TEST_F(SupportLogStream, ErrorDoubleUsesTwelveSignificantDigits)
-{
-    mLog.ErrorDouble("w", "t", 0.1);
-    mLog.ErrorDouble("w", "t", 1e20);
-    // The widest value must still fit the fixed buffer untruncated.
-    mLog.ErrorDouble("w", "t", -std::numeric_limits<double>::max());
-    EXPECT_EQ(written(), "varionixIV::Error >> w >> t >> 0.1;\n"
+                         "varionixIV::Error >> (null);\n"
+                         "varionixIV::Error >> w >> t >> 0.1;\n"
                          "varionixIV::Error >> w >> t >> 1e+20;\n"
                          "varionixIV::Error >> w >> t >> -1.79769313486e+308;\n");
 }
 
-TEST_F(SupportLogStream, UsrDbgIsVerbatimAndClosingEndsWriting)
-{
+TEST_F(SupportLogStream, UsrDbgIsVerbatimAndClosingEndsWriting) {
     mLog.UsrDbg("%d|%s|%.2f", 7, "raw", 1.5);
     mLog.UsrDbg(nullptr);
-    mLog.CloseLogFile(); // UsrDbg does not flush; closing does
+    mLog.CloseLogFile();  // UsrDbg does not flush; closing does
     EXPECT_FALSE(mLog.isOpen());
     mLog.Error("after");
     mLog.WriteWelcome();
     EXPECT_EQ(written(), "7|raw|1.50");
 }
 
-TEST_F(SupportLogStream, WelcomeBanner)
-{
+TEST_F(SupportLogStream, WelcomeBanner) {
     mLog.WriteWelcome();
     const std::string rule(73, '-');
     const std::string text = written();

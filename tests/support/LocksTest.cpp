@@ -1,16 +1,17 @@
+// The locks: critical sections, the recursive mutex and their guards, and
+// each misuse they report.
 #include "support/Locks.h"
 
 #include <gtest/gtest.h>
-
 #include <pthread.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
-#include <atomic>
 
 using quor::templates::patterns::GenericLockGuard;
 using quor::templates::platform::CriticalSection;
@@ -25,8 +26,7 @@ const char* const kDestroyedHeld = "GenericLock object destroyed with lock still
 
 // The message of the std::logic_error that f raises, or a marker if none.
 template <typename F>
-std::string logicErrorOf(F&& f)
-{
+std::string logicErrorOf(F&& f) {
     try {
         f();
     } catch (const std::logic_error& e) {
@@ -44,29 +44,25 @@ struct ProbedMutex : RecursiveMutex {
     std::uint32_t count() const { return m_count; }
 };
 
-bool tryOnce(CriticalSection& cs) { return cs.try_acquire(0); }
-bool tryOnce(RecursiveMutex& mutex) { return mutex.trylock(); }
-void giveBack(CriticalSection& cs) { cs.release(); }
-void giveBack(RecursiveMutex& mutex) { mutex.unlock(); }
-
 // Whether a thread other than the caller could take the lock right now.
-template <typename Lock>
-bool freeForOtherThread(Lock& lock)
-{
+bool freeForOtherThread(CriticalSection& cs) {
     bool got = false;
     std::thread([&] {
-        got = tryOnce(lock);
-        if (got) {
-            giveBack(lock);
-        }
+        if ((got = cs.try_acquire(0))) cs.release();
+    }).join();
+    return got;
+}
+bool freeForOtherThread(RecursiveMutex& mutex) {
+    bool got = false;
+    std::thread([&] {
+        if ((got = mutex.trylock())) mutex.unlock();
     }).join();
     return got;
 }
 
-} // namespace
+}  // namespace
 
-TEST(SupportCriticalSection, GuardsInSequenceAndNestedGuard)
-{
+TEST(SupportCriticalSection, GuardsInSequenceAndNestedGuard) {
     ProbedSection cs;
     for (int round = 0; round < 2; ++round) {
         CriticalSectionGuard guard(&cs);
@@ -84,13 +80,11 @@ TEST(SupportCriticalSection, GuardsInSequenceAndNestedGuard)
     EXPECT_TRUE(freeForOtherThread(cs));
 }
 
-TEST(SupportCriticalSection, TryOnLockHeldByAnotherThreadFailsAtOnce)
-{
+TEST(SupportCriticalSection, TryOnLockHeldByAnotherThreadFailsAtOnce) {
     ProbedSection cs;
     {
         CriticalSectionGuard guard(&cs);
-        bool acquired = true;
-        bool entered = true;
+        bool acquired = true, entered = true;
         std::thread([&] {
             acquired = cs.try_acquire(1000);
             entered = cs.try_enter(1000);
@@ -103,19 +97,17 @@ TEST(SupportCriticalSection, TryOnLockHeldByAnotherThreadFailsAtOnce)
     cs.leave();
 }
 
-TEST(SupportCriticalSection, DestroyedWhileGuardHoldsItThrows)
-{
+TEST(SupportCriticalSection, DestroyedWhileGuardHoldsItThrows) {
     auto* cs = new ProbedSection();
     CriticalSectionGuard guard(cs);
-    guard.setEnabled(false); // a disabled guard must not touch the lock at its end
+    guard.setEnabled(false);  // a disabled guard must not touch the lock at its end
     // Give the mutex itself back so that it is destroyed unlocked; the check
     // is about the section still being marked as held.
     cs->release();
     EXPECT_EQ(logicErrorOf([&] { delete cs; }), kDestroyedHeld);
 }
 
-TEST(SupportCriticalSection, ForeignMutexIsUsedButNeverDestroyed)
-{
+TEST(SupportCriticalSection, ForeignMutexIsUsedButNeverDestroyed) {
     pthread_mutex_t foreign = PTHREAD_MUTEX_INITIALIZER;
     auto* cs = new CriticalSection(&foreign);
     {
@@ -130,8 +122,7 @@ TEST(SupportCriticalSection, ForeignMutexIsUsedButNeverDestroyed)
     EXPECT_EQ(pthread_mutex_destroy(&foreign), 0);
 }
 
-TEST(SupportGuard, LeavingALockNotHeldThrows)
-{
+TEST(SupportGuard, LeavingALockNotHeldThrowsAndOwningGuardsFreeTheirLock) {
     ProbedSection cs;
     EXPECT_EQ(logicErrorOf([&] { cs.leave(); }), kNotHeld);
     // The guard's own end reports it when someone left the lock under it.
@@ -141,12 +132,9 @@ TEST(SupportGuard, LeavingALockNotHeldThrows)
               }),
               kNotHeld);
     EXPECT_TRUE(freeForOtherThread(cs));
-}
 
-TEST(SupportGuard, OwningGuardDestroysTheLockAndNullIsTolerated)
-{
-    // The leak checker confirms both sections are freed at the guard's end,
-    // also when that end reports misuse.
+    // An owning guard destroys its lock at its end, also when that end
+    // reports misuse (the leak checker confirms it); null is tolerated.
     { GenericLockGuard guard(new CriticalSection(), true); }
     auto* other = new CriticalSection();
     EXPECT_EQ(logicErrorOf([&] {
@@ -154,15 +142,13 @@ TEST(SupportGuard, OwningGuardDestroysTheLockAndNullIsTolerated)
                   other->leave();
               }),
               kNotHeld);
-
     { GenericLockGuard guard(nullptr, true); }
     RecursiveMutexGuard guard(nullptr);
     guard.lockAndEnable();
     guard.unlockAndDisable();
 }
 
-TEST(SupportRecursiveMutex, CountsNestedLocks)
-{
+TEST(SupportRecursiveMutex, CountsNestedLocks) {
     ProbedMutex mutex;
     mutex.lock();
     mutex.lock();
@@ -178,8 +164,7 @@ TEST(SupportRecursiveMutex, CountsNestedLocks)
     EXPECT_TRUE(freeForOtherThread(mutex));
 }
 
-TEST(SupportRecursiveMutex, GuardsReleaseExactlyTheirOwnLevel)
-{
+TEST(SupportRecursiveMutex, GuardsReleaseExactlyTheirOwnLevel) {
     ProbedMutex mutex;
     {
         RecursiveMutexGuard outer(&mutex);
@@ -187,10 +172,10 @@ TEST(SupportRecursiveMutex, GuardsReleaseExactlyTheirOwnLevel)
             RecursiveMutexGuard inner(&mutex);
             EXPECT_EQ(mutex.count(), 2u);
             inner.unlockAndDisable();
-            inner.unlockAndDisable(); // already given back: no second unlock
+            inner.unlockAndDisable();  // already given back: no second unlock
             EXPECT_EQ(mutex.count(), 1u);
         }
-        outer.lockAndEnable(); // already held: no extra level
+        outer.lockAndEnable();  // already held: no extra level
         EXPECT_EQ(mutex.count(), 1u);
     }
     EXPECT_FALSE(mutex.isLocked());
@@ -200,10 +185,8 @@ TEST(SupportRecursiveMutex, GuardsReleaseExactlyTheirOwnLevel)
 // nested levels of the recursive mutex come off exactly. (A holder that takes
 // its own section again is refused by giving the mutex back, which is only
 // safe while no other thread waits; that rule is tested on one thread.)
-TEST(SupportLocksUnderLoad, SectionsAndNestedMutexesKeepEveryUpdate)
-{
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 20000;
+TEST(SupportLocksUnderLoad, SectionsAndNestedMutexesKeepEveryUpdate) {
+    constexpr int kThreads = 4, kRounds = 20000;
     CriticalSection section;
     ProbedMutex mutex;
     long underSection = 0, underMutex = 0;
@@ -226,9 +209,7 @@ TEST(SupportLocksUnderLoad, SectionsAndNestedMutexesKeepEveryUpdate)
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(wrong.load(), 0);
     EXPECT_EQ(underSection, long{kThreads} * kRounds);
     EXPECT_EQ(underMutex, long{kThreads} * kRounds);
