@@ -27,10 +27,10 @@ protected:
         // `clocks` clocks; the whole image as the window, 48-bit output,
         // identity tables and gains of 1.
         simulator(4, 8, 1250);  // 10 µs a line, 80 µs a frame
-        poke("Device1_Process0_Buffer_0_DRAM_A_0_XLength", 48);
-        poke("Device1_Process0_Buffer_0_DRAM_A_0_YLength", 8);
-        poke("Device1_Process0_12BitSelector_PixelFormat_SelectSource", 2);
-        poke("Device1_Process0_OutputFormat_FG_FORMAT_SelectSource", 0);
+        for (const auto& [name, value] : {std::pair{"Buffer_0_DRAM_A_0_XLength", 48}, {"Buffer_0_DRAM_A_0_YLength", 8},
+                                          {"12BitSelector_PixelFormat_SelectSource", 2},
+                                          {"OutputFormat_FG_FORMAT_SelectSource", 0}})
+            poke(std::string("Device1_Process0_") + name, static_cast<uint64_t>(value));
         for (const char* c : {"R", "G", "B"})
             for (unsigned i = 0; i < 4096; ++i)
                 vboard::poke(board, std::string("Device1_Process0_LookupTable_") + c + "_LUTcontent", i, i);
@@ -47,17 +47,12 @@ protected:
     uint64_t peek(const std::string& name) { return vboard::peek(board, name); }
 
     void simulator(uint64_t words, uint64_t lines, uint64_t clocksPerLine) {
-        poke(sim("Enable_SelectSource"), 1);
-        poke(sim("Size_ImageWidth"), words);
-        poke(sim("LineGap_Number"), words);
-        poke(sim("Size_ImageHeight"), lines);
-        poke(sim("FrameGap_Number"), lines);
-        poke(sim("ControlPixelClock_Mode"), 1);
-        poke(sim("PixelFrequency_SequenceLength_ImageWidth"), clocksPerLine);
-        poke(sim("PixelFrequency_ActivePixel_Number"), 1);
-        poke(sim("EnableX_Enable_Value"), 1);
-        poke(sim("Y_Divisor"), 1);
-        poke(sim("TriggerValve_FreeRun_Select"), 1);
+        const std::pair<const char*, uint64_t> settings[] = {
+            {"Enable_SelectSource", 1}, {"Size_ImageWidth", words}, {"LineGap_Number", words},
+            {"Size_ImageHeight", lines}, {"FrameGap_Number", lines}, {"ControlPixelClock_Mode", 1},
+            {"PixelFrequency_SequenceLength_ImageWidth", clocksPerLine}, {"PixelFrequency_ActivePixel_Number", 1},
+            {"EnableX_Enable_Value", 1}, {"Y_Divisor", 1}, {"TriggerValve_FreeRun_Select", 1}};
+        for (const auto& [entry, value] : settings) poke(sim(entry), value);
     }
 
     int64_t wait(int64_t n, int ms) { return Fg_getLastPicNumberBlockingEx(fg, n, 0, ms, mem); }
@@ -74,9 +69,7 @@ TEST_F(VBoardAcquisition, CountedAcquisitionFillsTheRingAndEnds) {
 
     std::vector<uint8_t> bytes;
     const vboard::FrameInfo f = vboard::copyFrame(mem, 6, bytes);
-    EXPECT_EQ(f.number, 6);
-    EXPECT_EQ(f.width, 48u);
-    EXPECT_EQ(f.height, 8u);
+    EXPECT_EQ(std::tie(f.number, f.width, f.height), std::tuple(6, 48u, 8u));
     EXPECT_EQ(f.format, vboard::OutputFormat::Color48);
     EXPECT_EQ(bytes.size(), 48u * 8 * 6);
     EXPECT_NO_THROW(vboard::copyFrame(mem, 3, bytes));
@@ -151,16 +144,14 @@ TEST_F(VBoardAcquisition, FramesFasterThanTheEngineOverflowTheFrameMemory) {
 // the period limit without it, a pulse form generator's downscale, the
 // output counter and its clear.
 TEST_F(VBoardAcquisition, TriggerPulsesAreQueuedDownscaledAndCounted) {
-    poke(trig("Generators_ClearQueuePulse_Mode"), 1);
-    poke(trig("Generators_EnableQueue_Select"), 1);
-    poke(trig("Generators_Generator_MinimumPeriod_Number"), 125000 - 9);  // 1 ms
-    poke(trig("Generators_Queue_QueueFullValue_Number"), 4);
-    poke(trig("Generators_Queue_QueueEnabled_Select"), 1);
-    poke(trig("PulseFormGenerators_Enable_Select"), 1);
-    poke(trig("PulseFormGenerators_PulseFormGenerator1_Downscale_Downscale"), 2);
-    poke(trig("PulseFormGenerators_PulseFormGenerator1_Downscale_SelectedPulse"), 2);
-    poke(trig("OutputStatistics_Select_Select"), 1);
-    poke(trig("Generators_ClearQueuePulse_Mode"), 0);
+    const std::pair<const char*, uint64_t> setup[] = {
+        {"Generators_ClearQueuePulse_Mode", 1}, {"Generators_EnableQueue_Select", 1},
+        {"Generators_Generator_MinimumPeriod_Number", 125000 - 9},  // 1 ms
+        {"Generators_Queue_QueueFullValue_Number", 4}, {"Generators_Queue_QueueEnabled_Select", 1},
+        {"PulseFormGenerators_Enable_Select", 1}, {"PulseFormGenerators_PulseFormGenerator1_Downscale_Downscale", 2},
+        {"PulseFormGenerators_PulseFormGenerator1_Downscale_SelectedPulse", 2}, {"OutputStatistics_Select_Select", 1},
+        {"Generators_ClearQueuePulse_Mode", 0}};
+    for (const auto& [entry, value] : setup) poke(trig(entry), value);
 
     for (int i = 0; i < 6; ++i) poke(trig("TriggerMode_SoftwareTrigger_Mode"), 2);
     // One passed at once, four wait, one found the queue full.
@@ -177,8 +168,7 @@ TEST_F(VBoardAcquisition, TriggerPulsesAreQueuedDownscaledAndCounted) {
 
     // Without the queue a pulse during the period is lost and flagged.
     poke(trig("Generators_Queue_QueueEnabled_Select"), 0);
-    poke(trig("TriggerMode_SoftwareTrigger_Mode"), 2);
-    poke(trig("TriggerMode_SoftwareTrigger_Mode"), 2);
+    for (int i = 0; i < 2; ++i) poke(trig("TriggerMode_SoftwareTrigger_Mode"), 2);
     EXPECT_EQ(peek(kQueueStatus) & 1, 1u);
     poke("Device1_Process1_Trigger_Monitoring_ClearOverrideCam0_Mode", 2);
     EXPECT_EQ(peek(kQueueStatus) & 1, 0u);

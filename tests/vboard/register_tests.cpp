@@ -15,14 +15,12 @@ TEST_F(VBoardRegisters, BindingSetsTheBoardsResetState) {
     EXPECT_EQ(vboard::peekString(board, kBuildTime), "2017-08-09 07:26:05");
     EXPECT_NEAR(vboard::peekDouble(board, "Device1_Process0_BoardStatus_FpgaTemperature"), 48.0, 2.0);
     EXPECT_NEAR(vboard::peekDouble(board, "Device1_Process0_BoardStatus_FpgaVccInt"), 0.95, 0.02);
-    uint64_t dna = vboard::peek(board, kFpgaDna);
-    EXPECT_GE(dna, uint64_t{1} << 56);
-    EXPECT_LT(dna, uint64_t{1} << 57);
+    EXPECT_EQ(vboard::peek(board, kFpgaDna) >> 56, 1u) << "all 57 bits used";
     for (unsigned channel = 0; channel < 4; ++channel)
         EXPECT_EQ(vboard::peekDouble(board, kChannelCurrent, channel), 0.0);
 
     // Binding again resets the values but keeps the journal.
-    ASSERT_EQ(set(kImageWidth, 100u, FG_PARAM_TYPE_UINT32_T), 0);
+    ASSERT_EQ(setU(kImageWidth, 100), 0);
     Fg_Struct* second = Fg_InitHandle("Pelagon.hap", board, design);
     ASSERT_NE(second, nullptr);
     EXPECT_EQ(vboard::peek(board, kImageWidth), 0u);
@@ -31,8 +29,8 @@ TEST_F(VBoardRegisters, BindingSetsTheBoardsResetState) {
 }
 
 TEST_F(VBoardRegisters, UnsignedValuesMustFitWidthAndSign) {
-    EXPECT_EQ(set(kImageWidth, 8191u, FG_PARAM_TYPE_UINT32_T), 0);
-    EXPECT_EQ(set(kImageWidth, 8192u, FG_PARAM_TYPE_UINT32_T), PGN_ERR_OUT_OF_RANGE);
+    EXPECT_EQ(setU(kImageWidth, 8191), 0);
+    EXPECT_EQ(setU(kImageWidth, 8192), PGN_ERR_OUT_OF_RANGE);
     EXPECT_EQ(Fg_getLastErrorNumber(fg), PGN_ERR_OUT_OF_RANGE);
     EXPECT_EQ(set(kImageWidth, int32_t{-1}, FG_PARAM_TYPE_INT32_T), PGN_ERR_OUT_OF_RANGE);
     EXPECT_EQ(set(kImageWidth, int64_t{-1}, FG_PARAM_TYPE_INT64_T), PGN_ERR_OUT_OF_RANGE);
@@ -40,13 +38,12 @@ TEST_F(VBoardRegisters, UnsignedValuesMustFitWidthAndSign) {
 
     EXPECT_EQ(set(kImageWidth, int64_t{17}, FG_PARAM_TYPE_INT64_T), 0);
     EXPECT_EQ(set(kImageWidth, size_t{18}, FG_PARAM_TYPE_SIZE_T), 0);
-    uint64_t wide = 0;
+    uint64_t wide = 0, dna = 0;
     EXPECT_EQ(get(kImageWidth, wide, FG_PARAM_TYPE_UINT64_T), 0);
     EXPECT_EQ(wide, 18u);
     EXPECT_EQ(Fg_getLastErrorNumber(fg), 0);
 
     // A 4-byte read of the 57-bit DNA delivers its low 32 bits.
-    uint64_t dna = 0;
     uint32_t low = 0;
     EXPECT_EQ(get(kFpgaDna, dna, FG_PARAM_TYPE_UINT64_T), 0);
     EXPECT_EQ(get(kFpgaDna, low, FG_PARAM_TYPE_UINT32_T), 0);
@@ -58,12 +55,12 @@ TEST_F(VBoardRegisters, RefusalsOfFormTypeIndexAndAccess) {
     uint32_t u = 1;
     double d = 1.0;
     FieldParameterInt_s element{1, 0};
-    EXPECT_EQ(set(kFillLevel, 1u, FG_PARAM_TYPE_UINT32_T), PGN_ERR_READ_ONLY);
-    EXPECT_EQ(set(kFillLevel, 1000u, FG_PARAM_TYPE_UINT32_T), PGN_ERR_READ_ONLY);
+    EXPECT_EQ(setU(kFillLevel, 1), PGN_ERR_READ_ONLY);
+    EXPECT_EQ(setU(kFillLevel, 1000), PGN_ERR_READ_ONLY);
     EXPECT_EQ(get(kFillLevel, u, FG_PARAM_TYPE_UINT32_T), 0);
     EXPECT_EQ(set(kImageWidth, 1.0, FG_PARAM_TYPE_DOUBLE), PGN_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(set(kGreenCoefficient, 1u, FG_PARAM_TYPE_UINT32_T), PGN_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(set(kRedLut, 1u, FG_PARAM_TYPE_UINT32_T), PGN_ERR_INVALID_ARGUMENT);  // fields need a field form
+    EXPECT_EQ(setU(kGreenCoefficient, 1), PGN_ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(setU(kRedLut, 1), PGN_ERR_INVALID_ARGUMENT);  // fields need a field form
     EXPECT_EQ(set(kImageWidth, 1u, FG_PARAM_TYPE_COMPLEX_DATATYPE), PGN_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(set(kImageWidth, element, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT), 0);
     element.index = 1;
@@ -84,33 +81,34 @@ TEST_F(VBoardRegisters, RefusalsOfFormTypeIndexAndAccess) {
     EXPECT_EQ(id(nullptr), PGN_ERR_INVALID_ARGUMENT);
     EXPECT_GT(id(kFillLevel), 0);
     EXPECT_EQ(Fg_getLastErrorNumber(fg), 0);  // an id is a success, not an error number
-    EXPECT_TRUE(vboard::journal(board).size() == 1);  // only the one accepted write
+    EXPECT_EQ(vboard::journal(board).size(), 1u);  // only the one accepted write
 }
 
 TEST_F(VBoardRegisters, FieldRangesAreCheckedBeforeAnythingIsStored) {
     std::vector<uint32_t> values(97, 5);
     FieldParameterAccess access{FG_PARAM_TYPE_UINT32_T, 4000, 96, 0, {}};
     access.p.p_uint32_t = values.data();
-    EXPECT_EQ(set(kRedLut, access, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS), 0);
+    const auto write = [&] { return set(kRedLut, access, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS); };
+    EXPECT_EQ(write(), 0);
     EXPECT_EQ(vboard::peek(board, kRedLut, 4095), 5u);
 
     access.count = 97;
-    EXPECT_EQ(set(kRedLut, access, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS), PGN_ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(write(), PGN_ERR_INVALID_ARGUMENT);
     access.count = 0;
-    EXPECT_EQ(set(kRedLut, access, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS), PGN_ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(write(), PGN_ERR_INVALID_ARGUMENT);
     access.count = 96;
     access.vtype = FG_PARAM_TYPE_DOUBLE;
-    EXPECT_EQ(set(kRedLut, access, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS), PGN_ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(write(), PGN_ERR_INVALID_ARGUMENT);
     access.vtype = FG_PARAM_TYPE_UINT32_T;
     access.p.p_uint32_t = nullptr;
-    EXPECT_EQ(set(kRedLut, access, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS), PGN_ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(write(), PGN_ERR_INVALID_ARGUMENT);
 
     // One element out of range spoils the whole write.
     vboard::clearJournal(board);
     access.p.p_uint32_t = values.data();
     values[50] = 4096;
     std::fill(values.begin(), values.begin() + 50, 9u);
-    EXPECT_EQ(set(kRedLut, access, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS), PGN_ERR_OUT_OF_RANGE);
+    EXPECT_EQ(write(), PGN_ERR_OUT_OF_RANGE);
     EXPECT_EQ(vboard::peek(board, kRedLut, 4000), 5u);
     EXPECT_TRUE(vboard::journal(board).empty());
 }
@@ -118,12 +116,12 @@ TEST_F(VBoardRegisters, FieldRangesAreCheckedBeforeAnythingIsStored) {
 TEST_F(VBoardRegisters, FixedPointValuesAreQuantisedAndBounded) {
     const double step = 1.0 / 1024, max = 4095.0 / 1024;
     double back = 0;
+    uint64_t stored = 0;
     EXPECT_EQ(set(kGreenCoefficient, 1.2345, FG_PARAM_TYPE_DOUBLE), 0);
     EXPECT_EQ(get(kGreenCoefficient, back, FG_PARAM_TYPE_DOUBLE), 0);
     EXPECT_EQ(back, 1264 * step);
-    uint64_t raw = 0;
-    EXPECT_EQ(QuorRegisterRead(board, static_cast<unsigned>(number(kGreenCoefficient)), &raw), 0);
-    EXPECT_EQ(raw, 1264u);
+    EXPECT_EQ(QuorRegisterRead(board, raw(kGreenCoefficient), &stored), 0);
+    EXPECT_EQ(stored, 1264u);
 
     EXPECT_EQ(set(kGreenCoefficient, max, FG_PARAM_TYPE_DOUBLE), 0);
     EXPECT_EQ(set(kGreenCoefficient, 0.0, FG_PARAM_TYPE_DOUBLE), 0);
@@ -144,18 +142,17 @@ TEST_F(VBoardRegisters, StringsAndUntypedAccess) {
     EXPECT_STREQ(text, "2017-08-09 07:26:05");
     EXPECT_EQ(Fg_setParameterWithType(fg, id(kBuildTime), "x", 0, FG_PARAM_TYPE_CHAR_PTR), PGN_ERR_READ_ONLY);
     uint64_t word = 0;
-    EXPECT_EQ(QuorRegisterRead(board, static_cast<unsigned>(number(kAppletUid)), &word), 0);
+    EXPECT_EQ(QuorRegisterRead(board, raw(kAppletUid), &word), 0);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(&word), 8), "PELAGON-");
 
     // Untyped: the register's own type, element 0 of fields.
-    uint32_t width = 640;
+    uint32_t width = 640, lut = 0;
     EXPECT_EQ(Fg_setParameter(fg, id(kImageWidth), &width, 0), 0);
     EXPECT_EQ(vboard::peek(board, kImageWidth), 640u);
     uint64_t dna = 0;
     EXPECT_EQ(Fg_getParameter(fg, id(kFpgaDna), &dna, 0), 0);
     EXPECT_EQ(dna, vboard::peek(board, kFpgaDna));
     vboard::poke(board, kRedLut, 77, 0);
-    uint32_t lut = 0;
     EXPECT_EQ(Fg_getParameter(fg, id(kRedLut), &lut, 0), 0);
     EXPECT_EQ(lut, 77u);
     double coefficient = 2.5;
@@ -167,61 +164,47 @@ TEST_F(VBoardRegisters, StringsAndUntypedAccess) {
 }
 
 TEST_F(VBoardJournal, RecordsEveryWrittenElementInOrder) {
-    vboard::clearJournal(board);
-    ASSERT_EQ(set(kImageWidth, 1024u, FG_PARAM_TYPE_UINT32_T), 0);
+    ASSERT_EQ(setU(kImageWidth, 1024), 0);
     ASSERT_EQ(set(kGreenCoefficient, 1.5, FG_PARAM_TYPE_DOUBLE), 0);
-    ASSERT_EQ(set(kImageWidth, 9000u, FG_PARAM_TYPE_UINT32_T), PGN_ERR_OUT_OF_RANGE);
+    ASSERT_EQ(setU(kImageWidth, 9000), PGN_ERR_OUT_OF_RANGE);
     std::vector<uint32_t> lut(4096);
-    for (uint32_t i = 0; i < lut.size(); ++i)
-        lut[i] = 4095 - i;
+    for (uint32_t i = 0; i < lut.size(); ++i) lut[i] = 4095 - i;
     FieldParameterAccess access{FG_PARAM_TYPE_UINT32_T, 0, 4096, 0, {}};
     access.p.p_uint32_t = lut.data();
     ASSERT_EQ(set(kRedLut, access, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS), 0);
     ASSERT_EQ(set(kRedLut, FieldParameterInt64_s{12, 7}, FG_PARAM_TYPE_STRUCT_FIELDPARAMINT64), 0);
-    const unsigned greenNumber = static_cast<unsigned>(number(kGreenCoefficient));
-    ASSERT_EQ(QuorRegisterWrite(board, greenNumber, 512), 0);
+    ASSERT_EQ(QuorRegisterWrite(board, raw(kGreenCoefficient), 512), 0);
 
-    std::vector<vboard::JournalEntry> j = vboard::journal(board);
+    const std::vector<vboard::JournalEntry> j = vboard::journal(board);
     ASSERT_EQ(j.size(), 2u + 4096u + 1u + 1u);
-    EXPECT_EQ(j[0].reg, number(kImageWidth));
-    EXPECT_EQ(j[0].name, kImageWidth);
-    EXPECT_EQ(j[0].kind, 'U');
-    EXPECT_EQ(j[0].u, 1024u);
+    EXPECT_EQ(std::tie(j[0].reg, j[0].name, j[0].kind, j[0].u),
+              std::tuple(number(kImageWidth), kImageWidth, 'U', 1024u));
     EXPECT_EQ(j[0].path, vboard::Path::Parameter);
-    EXPECT_EQ(j[1].kind, 'D');
-    EXPECT_EQ(j[1].d, 1.5);
-    for (unsigned i = 0; i < 4096; ++i) {
-        const vboard::JournalEntry& e = j[2 + i];
-        ASSERT_EQ(e.element, i);
-        ASSERT_EQ(e.u, 4095u - i);
-        ASSERT_EQ(e.name, kRedLut);
-    }
-    EXPECT_EQ(j[4098].element, 7u);
-    EXPECT_EQ(j[4098].u, 12u);
-    const vboard::JournalEntry& raw = j.back();
-    EXPECT_EQ(raw.path, vboard::Path::Raw);
-    EXPECT_EQ(raw.u, 512u);
-    EXPECT_EQ(raw.d, 0.5);
+    EXPECT_EQ(std::tie(j[1].kind, j[1].d), std::tuple('D', 1.5));
+    for (unsigned i = 0; i < 4096; ++i)
+        ASSERT_EQ(std::tie(j[2 + i].element, j[2 + i].u, j[2 + i].name), std::tuple(i, 4095u - i, kRedLut));
+    EXPECT_EQ(std::tie(j[4098].element, j[4098].u), std::tuple(7u, 12u));
+    EXPECT_EQ(std::tie(j.back().u, j.back().d), std::tuple(512u, 0.5));
+    EXPECT_EQ(j.back().path, vboard::Path::Raw);
     vboard::clearJournal(board);
     EXPECT_TRUE(vboard::journal(board).empty());
 }
 
 TEST_F(VBoardJournal, RawPathSharesStorageAndChecks) {
-    const unsigned width = static_cast<unsigned>(number(kImageWidth));
-    EXPECT_EQ(QuorRegisterWrite(board, width, 77), 0);
+    const unsigned width = raw(kImageWidth);
     uint32_t value = 0;
+    uint64_t word = 0;
+    EXPECT_EQ(QuorRegisterWrite(board, width, 77), 0);
     EXPECT_EQ(get(kImageWidth, value, FG_PARAM_TYPE_UINT32_T), 0);
     EXPECT_EQ(value, 77u);
     EXPECT_EQ(QuorRegisterWrite(board, width, 8192), PGN_ERR_OUT_OF_RANGE);
-    EXPECT_EQ(QuorRegisterWrite(board, static_cast<unsigned>(number(kFillLevel)), 1), PGN_ERR_READ_ONLY);
-    EXPECT_EQ(QuorRegisterWrite(board, static_cast<unsigned>(number(kAppletUid)), 1), PGN_ERR_READ_ONLY);
+    EXPECT_EQ(QuorRegisterWrite(board, raw(kFillLevel), 1), PGN_ERR_READ_ONLY);
+    EXPECT_EQ(QuorRegisterWrite(board, raw(kAppletUid), 1), PGN_ERR_READ_ONLY);
     vboard::poke(board, kRedLut, 33, 0);
-    uint64_t word = 0;
-    EXPECT_EQ(QuorRegisterRead(board, static_cast<unsigned>(number(kRedLut)), &word), 0);
+    EXPECT_EQ(QuorRegisterRead(board, raw(kRedLut), &word), 0);
     EXPECT_EQ(word, 33u);
 
-    for (unsigned bad : {0u, 147u})
-        EXPECT_EQ(QuorRegisterRead(board, bad, &word), PGN_ERR_INVALID_ARGUMENT);
+    for (unsigned bad : {0u, 147u}) EXPECT_EQ(QuorRegisterRead(board, bad, &word), PGN_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(QuorRegisterRead(board, width, nullptr), PGN_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(QuorRegisterWrite(nullptr, width, 1), PGN_ERR_INVALID_ARGUMENT);
     ZUdevice* bare = vboard::createBoard();  // no design bound

@@ -60,6 +60,7 @@ protected:
 
     int id(const char* name) { return Fg_getParameterIdByName(fg, name); }
     int number(const char* name) { return HapGetRegisterByName(design, name); }
+    unsigned raw(const char* name) { return static_cast<unsigned>(number(name)); }  // for the raw path
 
     template <typename T>
     int set(const char* name, T value, FgParamTypes type) {
@@ -69,6 +70,7 @@ protected:
     int get(const char* name, T& value, FgParamTypes type) {
         return Fg_getParameterWithType(fg, id(name), &value, 0, type);
     }
+    int setU(const char* name, uint32_t value) { return set(name, value, FG_PARAM_TYPE_UINT32_T); }
 
     ZUdevice* board = nullptr;
     fpga_design* design = nullptr;
