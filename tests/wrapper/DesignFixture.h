@@ -15,6 +15,17 @@
 #include "hap_runtime.h"
 #include "vboard/vboard.h"
 
+// The int error number that f throws, or 0 when it throws nothing.
+template <typename F>
+int thrownBy(F&& f) {
+    try {
+        f();
+    } catch (int e) {
+        return e;
+    }
+    return 0;
+}
+
 inline std::vector<char> readDesignImage() {
     std::ifstream in(PELAGON_DESIGN_IMAGE_PATH, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};

@@ -1,25 +1,17 @@
 // The wrapper base: runtime binding, handles, pass-through, events, field
 // caches and temporary files.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
-#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "DesignFixture.h"
 #include "pelagon_errors.h"
 #include "support/Fg_Error.h"
 
-namespace {
-
-bool fileExists(const char* name) {
-    struct stat st {};
-    return stat(name, &st) == 0;
-}
-
-}  // namespace
+using std::filesystem::exists;
 
 TEST(WrapperBinding, MissingRuntimeLibraryIsReportedAndRecorded) {
     FgZuWrapperImpl w;
@@ -61,14 +53,13 @@ TEST(WrapperBinding, RefusedDesignReportsTheRuntimesReasonAndStoresNoHandles) {
 
 using WrapperRuntime = DesignFixture;
 
-TEST_F(WrapperRuntime, RemembersTheLastBoardAndDesignProcessWide) {
+// The last board and design are remembered process-wide.
+TEST_F(WrapperRuntime, RemembersBoardAndDesignAndPassesTheRuntimesOwnParametersThrough) {
     EXPECT_EQ(FgZuWrapper::accessDeviceHandle(nullptr), board);
     EXPECT_EQ(FgZuWrapper::accessDesignHandle(nullptr), design);
     EXPECT_EQ(wrapper->boardHandle(), board);
     EXPECT_EQ(wrapper->designHandle(), design);
-}
 
-TEST_F(WrapperRuntime, PassesTheRuntimesOwnParametersThrough) {
     uint32_t timeout = 0;
     ASSERT_EQ(wrapper->getUnwrappedParameterWithType(FG_RT_TIMEOUT, &timeout, 0, FG_PARAM_TYPE_UINT32_T), 0);
     const uint32_t newTimeout = 42;
@@ -101,17 +92,14 @@ TEST_F(WrapperRuntime, BaseEventsComeFromTheDesignWithOneBitPerEvent) {
     EXPECT_EQ(base.FgZuWrapper::Fg_getEventName(uint64_t{1} << 63), nullptr);
 }
 
-TEST(WrapperBase, ShadingIsNotOffered) {
+TEST(WrapperBase, ShadingIsNotOfferedAndLastErrorIsRecordedAndReturnedInOneStep) {
     FgZuWrapperImpl w;
     EXPECT_EQ(w.Fg_AllocShading(0, 0), nullptr);
     EXPECT_EQ(w.Fg_getLastErrorNumber(), -1);
     EXPECT_EQ(w.Fg_FreeShading(nullptr), PGN_ERR_NOT_SUPPORTED);
     EXPECT_EQ(w.Shad_GetMaxLine(nullptr), PGN_ERR_NOT_SUPPORTED);
     EXPECT_EQ(w.Shad_WriteActLine(nullptr, 0), PGN_ERR_NOT_SUPPORTED);
-}
 
-TEST(WrapperBase, LastErrorIsRecordedAndReturnedInOneStep) {
-    FgZuWrapperImpl w;
     EXPECT_EQ(w.setError(-6000), -6000);
     EXPECT_EQ(w.Fg_getLastErrorNumber(), -6000);
     EXPECT_EQ(w.fgError()->setErrLevel2(5, "x"), PGN_ERR_NOT_SUPPORTED);
@@ -120,35 +108,31 @@ TEST(WrapperBase, LastErrorIsRecordedAndReturnedInOneStep) {
     EXPECT_EQ(w.Fg_getParameterInfo(7), nullptr);
 }
 
-TEST(WrapperFieldCache, CopiesSlicesByElementType) {
-    uint32_t cache32[8] = {};
-    uint32_t in32[3] = {7, 8, 9};
-    FieldParameterAccess a{};
-    a.vtype = FG_PARAM_TYPE_UINT32_T;
-    a.index = 2;
-    a.count = 3;
+TEST(WrapperFieldCache, CopiesSlicesByElementTypeAndSingleElementsToTheirIndex) {
+    uint32_t cache32[8] = {}, in32[3] = {7, 8, 9}, out32[3] = {};
+    FieldParameterAccess a{FG_PARAM_TYPE_UINT32_T, 2, 3, 0, {}};
     a.p.p_uint32_t = in32;
     FgZuWrapper::setFieldCache(cache32, &a);
-    EXPECT_EQ(cache32[1], 0u);
-    EXPECT_EQ(cache32[2], 7u);
-    EXPECT_EQ(cache32[4], 9u);
-    EXPECT_EQ(cache32[5], 0u);
-
-    uint32_t out32[3] = {};
+    EXPECT_EQ(std::vector<uint32_t>(cache32, cache32 + 6), (std::vector<uint32_t>{0, 0, 7, 8, 9, 0}));
     a.p.p_uint32_t = out32;
     FgZuWrapper::getFieldCache(cache32, &a);
     EXPECT_EQ(std::memcmp(out32, in32, sizeof in32), 0);
 
-    double cacheD[4] = {};
-    double inD[2] = {1.5, -2.25};
-    a.vtype = FG_PARAM_TYPE_DOUBLE;
-    a.index = 1;
-    a.count = 2;
-    a.p.p_double = inD;
-    FgZuWrapper::setFieldCache(cacheD, &a);
-    EXPECT_EQ(cacheD[1], 1.5);
-    EXPECT_EQ(cacheD[2], -2.25);
-    EXPECT_EQ(cacheD[3], 0.0);
+    double cacheD[4] = {}, inD[2] = {1.5, -2.25};
+    FieldParameterAccess d{FG_PARAM_TYPE_DOUBLE, 1, 2, 0, {}};
+    d.p.p_double = inD;
+    FgZuWrapper::setFieldCache(cacheD, &d);
+    EXPECT_EQ(std::vector<double>(cacheD, cacheD + 4), (std::vector<double>{0.0, 1.5, -2.25, 0.0}));
+
+    const FieldParameterInt_s in{77, 3};
+    FieldParameterInt_s out{0, 3};
+    FgZuWrapper::setFieldCache(cache32, &in);
+    FgZuWrapper::getFieldCache(cache32, &out);
+    EXPECT_EQ(cache32[3], 77u);
+    EXPECT_EQ(out.value, 77u);
+    const FieldParameterDouble_s din{0.125, 1};
+    FgZuWrapper::setFieldCache(cacheD, &din);
+    EXPECT_EQ(cacheD[1], 0.125);
 }
 
 TEST(WrapperFieldCache, UnknownElementTypeAndNullRecordsLeaveTheCacheAlone) {
@@ -169,21 +153,6 @@ TEST(WrapperFieldCache, UnknownElementTypeAndNullRecordsLeaveTheCacheAlone) {
     EXPECT_EQ(cache[3], 4u);
 }
 
-TEST(WrapperFieldCache, SingleElementsGoToTheirIndex) {
-    uint32_t cache[4] = {};
-    const FieldParameterInt_s in{77, 3};
-    FgZuWrapper::setFieldCache(cache, &in);
-    FieldParameterInt_s out{0, 3};
-    FgZuWrapper::getFieldCache(cache, &out);
-    EXPECT_EQ(cache[3], 77u);
-    EXPECT_EQ(out.value, 77u);
-
-    double dcache[2] = {};
-    const FieldParameterDouble_s din{0.125, 1};
-    FgZuWrapper::setFieldCache(dcache, &din);
-    EXPECT_EQ(dcache[1], 0.125);
-}
-
 TEST(WrapperTempFile, TwoFilesInARowGetDifferentNames) {
     char* first = FgZuWrapper::createTempFile();
     char* second = FgZuWrapper::createTempFile();
@@ -194,16 +163,16 @@ TEST(WrapperTempFile, TwoFilesInARowGetDifferentNames) {
         EXPECT_EQ(std::strncmp(name, "/tmp/coef-", 10), 0) << name;
         EXPECT_EQ(std::strlen(name), std::strlen("/tmp/coef-XXXXXX.tiff")) << name;
         EXPECT_STREQ(name + std::strlen(name) - 5, ".tiff");
-        EXPECT_TRUE(fileExists(name)) << name;
+        EXPECT_TRUE(exists(name)) << name;
     }
     const std::string firstName = first;
     FgZuWrapper::deleteTempFile(first);
     FgZuWrapper::deleteTempFile(second);
-    EXPECT_FALSE(fileExists(firstName.c_str()));
+    EXPECT_FALSE(exists(firstName));
     FgZuWrapper::deleteTempFile(nullptr);
 }
 
-TEST(WrapperTempFile, TemplatesWithoutTheSixPlaceholdersAreRefused) {
+TEST(WrapperTempFile, TemplatesWithoutTheSixPlaceholdersAreRefusedAndNamesUseBase62Digits) {
     char wrongPlace[] = "/tmp/coef-XXXXXX.tif";  // suffix of 5 would eat one X
     EXPECT_EQ(pelagon::mkstemps(wrongPlace, 5), -1);
     EXPECT_STREQ(wrongPlace, "/tmp/coef-XXXXXX.tif");
@@ -211,11 +180,9 @@ TEST(WrapperTempFile, TemplatesWithoutTheSixPlaceholdersAreRefused) {
     EXPECT_EQ(pelagon::mkstemps(tooShort, 5), -1);
     char noPlaceholders[] = "/tmp/coef-abcdef.tiff";
     EXPECT_EQ(pelagon::mkstemps(noPlaceholders, 5), -1);
-    EXPECT_FALSE(fileExists("/tmp/coef-abcdef.tiff"));
+    EXPECT_FALSE(exists("/tmp/coef-abcdef.tiff"));
     EXPECT_EQ(pelagon::mkstemps(nullptr, 5), -1);
-}
 
-TEST(WrapperTempFile, NamesUseBase62DigitsOnly) {
     char name[] = "/tmp/coef-XXXXXX.tiff";
     const int fd = pelagon::mkstemps(name, 5);
     ASSERT_GE(fd, 0);
