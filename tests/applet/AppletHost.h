@@ -8,8 +8,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "applet_info.h"
 #include "fg_api.h"
@@ -49,12 +52,36 @@ struct AppletApi {
     }
 };
 
+// (register name without `prefix`, value) of each write the board
+// journalled since the last call, in write order; the journal is cleared.
+using Writes = std::vector<std::pair<std::string, uint64_t>>;
+inline Writes takeWrites(ZUdevice* board, const std::string& prefix = "") {
+    Writes out;
+    for (const vboard::JournalEntry& e : vboard::journal(board))
+        out.emplace_back(e.name.starts_with(prefix) ? e.name.substr(prefix.size()) : e.name, e.u);
+    vboard::clearJournal(board);
+    return out;
+}
+
+// Every leaf record of a port, depth first, following the top-level list from its head.
+inline std::vector<const RegisterInfo*> leaves(const RegisterInfo* head) {
+    std::vector<const RegisterInfo*> found;
+    std::function<void(const RegisterInfo*)> visit = [&](const RegisterInfo* r) {
+        if (r && r->format != REG_FORMAT_GROUP) found.push_back(r);
+        for (int i = 0; r && r->format == REG_FORMAT_GROUP && i < r->u.gReg.nrOfElements; ++i)
+            visit(r->u.gReg.elements[i]);
+    };
+    for (const RegisterInfo* top = head; top; top = top->next) visit(top);
+    return found;
+}
+
 // One board with one applet instance on it, ended with Fg_FreeGrabber.
 class AppletHost {
 public:
-    explicit AppletHost(int flags = 0) : api(AppletApi::get()), board(vboard::createBoard()) {
+    // `withError` false passes no error location.
+    explicit AppletHost(int flags = 0, bool withError = true) : api(AppletApi::get()), board(vboard::createBoard()) {
         fg = static_cast<Fg_Struct*>(std::calloc(1, sizeof(Fg_Struct)));
-        fg->Master = api.Std_entry(board, &error, flags);
+        fg->Master = api.Std_entry(board, withError ? &error : nullptr, flags);
     }
     ~AppletHost() {
         if (fg->Master) api.Fg_FreeGrabber(fg);
@@ -81,24 +108,14 @@ public:
         return v;
     }
     // The published record of a parameter on port 0, found by walking the registry.
-    const RegisterInfo* record(int id) const { return find(api.Fg_getParameterInfo(fg, 0), id); }
+    const RegisterInfo* record(int id) const {
+        for (const RegisterInfo* r : leaves(api.Fg_getParameterInfo(fg, 0)))
+            if (r->id == id) return r;
+        return nullptr;
+    }
 
     const AppletApi& api;
     ZUdevice* board;
     Fg_Struct* fg = nullptr;
     int error = 1;
-
-private:
-    static const RegisterInfo* find(const RegisterInfo* r, int id) {
-        for (; r; r = r->next)
-            if (const RegisterInfo* hit = findIn(r, id)) return hit;
-        return nullptr;
-    }
-    static const RegisterInfo* findIn(const RegisterInfo* r, int id) {
-        if (!r) return nullptr;
-        if (r->format != REG_FORMAT_GROUP) return r->id == id ? r : nullptr;
-        for (int i = 0; i < r->u.gReg.nrOfElements; ++i)
-            if (const RegisterInfo* hit = findIn(r->u.gReg.elements[i], id)) return hit;
-        return nullptr;
-    }
 };

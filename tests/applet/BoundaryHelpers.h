@@ -1,13 +1,12 @@
 // Helpers for the tests of the applet boundary: environment and working
-// directory changes that undo themselves, walks of a published registry, and
-// the last error of a host.
+// directory changes that undo themselves, the top level of a published
+// registry, and the last error of a host.
 #pragma once
 
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -53,24 +52,6 @@ private:
     std::filesystem::path previous_;
     std::filesystem::path path_;
 };
-
-// Calls `visit` for every leaf record below `r` (r included), depth first.
-inline void forEachLeaf(const RegisterInfo* r, const std::function<void(const RegisterInfo*)>& visit) {
-    if (!r) return;
-    if (r->format != REG_FORMAT_GROUP) {
-        visit(r);
-        return;
-    }
-    for (int i = 0; i < r->u.gReg.nrOfElements; ++i) forEachLeaf(r->u.gReg.elements[i], visit);
-}
-
-// Every leaf record of a port, following the top-level list from its head.
-inline std::vector<const RegisterInfo*> leaves(const RegisterInfo* head) {
-    std::vector<const RegisterInfo*> found;
-    for (const RegisterInfo* top = head; top; top = top->next)
-        forEachLeaf(top, [&](const RegisterInfo* r) { found.push_back(r); });
-    return found;
-}
 
 // The names of the top-level records in list order.
 inline std::vector<std::string> topLevelNames(const RegisterInfo* head) {

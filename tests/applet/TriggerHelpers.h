@@ -12,38 +12,15 @@
 namespace trig {
 
 enum Id : int {
-    AREATRIGGERMODE = 300200,
-    TRIGGERSTATE = 300201,
-    FRAMESPERSECOND = 90,
-    EXCEEDED_PERIOD_LIMITS = 300202,
-    EXCEEDED_PERIOD_LIMITS_CLEAR = 300203,
-    DEBOUNCE = 300204,
-    IN_SRC = 8110,
-    IN_POLARITY = 8116,
-    IN_DOWNSCALE = 300205,
-    IN_PHASE = 300206,
-    IN_BYPASS_SRC = 300243,
-    IN_PULSECOUNT = 300207,
-    IN_PULSECOUNT_CLEAR = 300208,
-    IN_FREQUENCY = 300209,
-    IN_MINFREQUENCY = 300210,
-    IN_MAXFREQUENCY = 300211,
-    IN_MINMAX_CLEAR = 300212,
-    SEND_SOFTWARE_TRIGGER = 8800,
-    SOFTWARE_IS_BUSY = 110075,
-    SOFTWARE_QUEUE_FILLLEVEL = 8802,
-    MULTIPLY_PULSES = 300213,
-    QUEUE_MODE = 300214,
-    QUEUE_FILLLEVEL = 300215,
+    AREATRIGGERMODE = 300200, TRIGGERSTATE = 300201, FRAMESPERSECOND = 90, EXCEEDED_PERIOD_LIMITS = 300202,
+    EXCEEDED_PERIOD_LIMITS_CLEAR = 300203, DEBOUNCE = 300204, IN_SRC = 8110, IN_POLARITY = 8116, IN_DOWNSCALE = 300205,
+    IN_PHASE = 300206, IN_BYPASS_SRC = 300243, IN_PULSECOUNT = 300207, IN_PULSECOUNT_CLEAR = 300208,
+    IN_FREQUENCY = 300209, IN_MINFREQUENCY = 300210, IN_MAXFREQUENCY = 300211, IN_MINMAX_CLEAR = 300212,
+    SEND_SOFTWARE_TRIGGER = 8800, SOFTWARE_IS_BUSY = 110075, SOFTWARE_QUEUE_FILLLEVEL = 8802, MULTIPLY_PULSES = 300213,
+    QUEUE_MODE = 300214, QUEUE_FILLLEVEL = 300215,
     PFG0_DOWNSCALE = 300216,  // generator g: + 4 g; then phase, delay, width
-    CAMERA_OUT_SELECT = 200338,
-    CAMERA_GPO0 = 200330,
-    TRIGGEROUT_SELECT0 = 300232,
-    TRIGGEROUT_SELECT4 = 300244,
-    OUT_STATS_SOURCE = 300236,
-    OUT_PULSECOUNT = 300237,
-    OUT_PULSECOUNT_CLEAR = 300238,
-    MISSING_FRAME = 300248,
+    CAMERA_OUT_SELECT = 200338, CAMERA_GPO0 = 200330, TRIGGEROUT_SELECT0 = 300232, TRIGGEROUT_SELECT4 = 300244,
+    OUT_STATS_SOURCE = 300236, OUT_PULSECOUNT = 300237, OUT_PULSECOUNT_CLEAR = 300238, MISSING_FRAME = 300248,
     MISSING_FRAME_CLEAR = 300249,
 };
 
@@ -62,20 +39,6 @@ inline std::string pfgReg(int g, const std::string& what) {
     return reg("TriggerCam0_PulseFormGenerators_PulseFormGenerator" + std::to_string(g) + "_" + what);
 }
 
-// (register name after the trigger block prefix, value), in write order.
-using Writes = std::vector<std::pair<std::string, uint64_t>>;
-
-// The journalled writes since the last call (the journal is cleared).
-inline Writes takeWrites(ZUdevice* board) {
-    Writes out;
-    for (const vboard::JournalEntry& e : vboard::journal(board)) {
-        const bool inBlock = e.name.compare(0, kPrefix.size(), kPrefix) == 0;
-        out.emplace_back(inBlock ? e.name.substr(kPrefix.size()) : e.name, e.u);
-    }
-    vboard::clearJournal(board);
-    return out;
-}
-
 inline Writes operator+(Writes a, const Writes& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
@@ -92,7 +55,7 @@ protected:
             for (const char* what : {"Delay_Delay", "Width_Width"}) vboard::poke(host.board, pfgReg(g, what), 0);
         vboard::clearJournal(host.board);
     }
-    Writes writes() { return takeWrites(host.board); }
+    Writes writes() { return takeWrites(host.board, kPrefix); }
     void poke(const std::string& entry, uint64_t value) { vboard::poke(host.board, reg(entry), value); }
     uint64_t peek(const std::string& entry) { return vboard::peek(host.board, reg(entry)); }
     void failWrite(const std::string& entry, unsigned nth, int code) {

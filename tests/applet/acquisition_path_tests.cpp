@@ -31,14 +31,7 @@ const std::string kWhiteInit = "Device1_Process0_Bayer_White_BayerInit";
 const std::string kBayerInit = "Device1_Process0_Bayer_Bayer_BayerInit";
 const std::string kOverflow = "Device1_Process0_Overflow_OverflowOccurred";
 
-using Writes = std::vector<std::pair<std::string, uint64_t>>;
-
-Writes writes(AppletHost& host) {
-    Writes out;
-    for (const vboard::JournalEntry& e : vboard::journal(host.board)) out.emplace_back(e.name, e.u);
-    vboard::clearJournal(host.board);
-    return out;
-}
+Writes writes(AppletHost& host) { return takeWrites(host.board); }
 
 class AppletAcquisitionPath : public ::testing::Test {
 protected:

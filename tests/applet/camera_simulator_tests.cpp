@@ -21,9 +21,6 @@ enum Mode : uint32_t { PIXEL_FREQUENCY_MODE = 0, LINE_RATE_MODE = 1, FRAME_RATE_
 const std::string kSim = "Device1_Process0_CameraSimulator_";
 constexpr int kFault = -5;
 
-// Register writes since the last call, named without the block prefix.
-using Writes = std::vector<std::pair<std::string, uint64_t>>;
-
 class AppletCameraSimulator : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(host.ok()); }
@@ -32,13 +29,7 @@ protected:
         ASSERT_EQ(host.setU32(SELECT_MODE, mode), 0);
         vboard::clearJournal(host.board);
     }
-    Writes writes() {
-        Writes out;
-        for (const vboard::JournalEntry& e : vboard::journal(host.board))
-            out.emplace_back(e.name.starts_with(kSim) ? e.name.substr(kSim.size()) : e.name, e.u);
-        vboard::clearJournal(host.board);
-        return out;
-    }
+    Writes writes() { return takeWrites(host.board, kSim); }
     uint64_t reg(const std::string& entry) { return vboard::peek(host.board, kSim + entry); }
     uint32_t maxU32(int id) { return host.record(id) ? host.record(id)->u.uiReg.to : 0; }
     double maxDouble(int id) { return host.record(id) ? host.record(id)->u.dReg.to : 0; }

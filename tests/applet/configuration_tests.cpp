@@ -58,25 +58,15 @@ std::string registerDump(ZUdevice* board) {
 std::string parameterDump(AppletHost& host) {
     std::ostringstream out;
     out.precision(17);
-    auto u32 = [&](int id, const char* name) {
-        uint32_t v = 0;
-        const int rc = host.getU32(id, v);
-        out << name << '=' << v << " (" << rc << ")\n";
-    };
-    auto dbl = [&](int id, const char* name) {
-        double v = 0;
-        const int rc = host.getDouble(id, v);
-        out << name << '=' << v << " (" << rc << ")\n";
-    };
-    auto str = [&](int id, const char* name) {
-        char v[4096] = {};
-        const int rc = host.api.Fg_getParameterWithType(host.fg, id, v, 0, FG_PARAM_TYPE_CHAR_PTR);
-        out << name << '=' << v << " (" << rc << ")\n";
-    };
-#define PELAGON_PARAM_UINT(index, id, NAME, ...) u32(id, #NAME);
-#define PELAGON_PARAM_ENUM(index, id, NAME, ...) u32(id, #NAME);
-#define PELAGON_PARAM_DOUBLE(index, id, NAME, ...) dbl(id, #NAME);
-#define PELAGON_PARAM_STRING(index, id, NAME, ...) str(id, #NAME);
+    auto line = [&](const char* name, const auto& value, int rc) { out << name << '=' << value << " (" << rc << ")\n"; };
+    uint32_t u = 0;
+    double d = 0;
+    char text[4096] = {};
+#define PELAGON_PARAM_UINT(index, id, NAME, ...) line(#NAME, u, host.getU32(id, u));
+#define PELAGON_PARAM_ENUM(index, id, NAME, ...) line(#NAME, u, host.getU32(id, u));
+#define PELAGON_PARAM_DOUBLE(index, id, NAME, ...) line(#NAME, d, host.getDouble(id, d));
+#define PELAGON_PARAM_STRING(index, id, NAME, ...) \
+    line(#NAME, text, host.api.Fg_getParameterWithType(host.fg, id, text, 0, FG_PARAM_TYPE_CHAR_PTR));
 #include "applet/catalogue.def"
 #include "applet/CatalogueUndef.h"
     return out.str();
@@ -102,49 +92,32 @@ int inChild(const std::string& output, const std::function<std::string()>& body)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// `text` with its first `from` replaced by `to`.
+std::string edited(std::string text, const std::string& from, const std::string& to) {
+    return text.replace(text.find(from), from.size(), to);
+}
+
 std::string slurp(const std::string& path) {
     std::ifstream in(path);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 // Settings away from the defaults in every subsystem that a file carries.
+// Settings away from the defaults in every subsystem that a file carries;
+// the trigger mode first, as a load applies it: the queue is programmed only
+// outside generator mode.
 const std::vector<Setting> kSettings = {
-    {"FG_PIXELFORMAT", uint32_t{0x312}},
-    {"FG_WIDTH", uint32_t{512}},
-    {"FG_HEIGHT", uint32_t{300}},
-    {"FG_XOFFSET", uint32_t{32}},
-    {"FG_YOFFSET", uint32_t{7}},
-    {"FG_FORMAT", uint32_t{6}},
-    {"FG_BITALIGNMENT", uint32_t{0}},
-    {"FG_TIMEOUT", uint32_t{2000000000}},
-    {"FG_CAMERASIMULATOR_ENABLE", uint32_t{1}},
-    {"FG_CAMERASIMULATOR_PATTERN", uint32_t{1}},
-    {"FG_CAMERASIMULATOR_ROLL", uint32_t{0}},
-    {"FG_CAMERASIMULATOR_SELECT_MODE", uint32_t{0}},
-    {"FG_CAMERASIMULATOR_PIXEL_FREQUENCY", 750.0},
-    {"FG_CAMERASIMULATOR_WIDTH", uint32_t{600}},
-    {"FG_CAMERASIMULATOR_HEIGHT", uint32_t{400}},
-    {"FG_IMG_SELECT_PERIOD", uint32_t{3}},
-    {"FG_IMG_SELECT", uint32_t{2}},
-    {"FG_PROCESSING_GAIN", 1.5},
-    {"FG_PROCESSING_OFFSET", -0.125},
-    {"FG_PROCESSING_INVERT", uint32_t{1}},
-    {"FG_SCALINGFACTOR_RED", 1.5},
-    {"FG_SCALINGFACTOR_BLUE", 0.25},
-    // The trigger mode first, as a load applies it: the queue is programmed
-    // only outside generator mode.
-    {"FG_AREATRIGGERMODE", uint32_t{4}},
-    {"FG_TRIGGERSTATE", uint32_t{0}},
-    {"FG_TRIGGER_FRAMESPERSECOND", 100.0},
-    {"FG_TRIGGERIN_DEBOUNCE", 0.048},
-    {"FG_TRIGGERIN_POLARITY", uint32_t{1}},
-    {"FG_TRIGGER_MULTIPLY_PULSES", uint32_t{3}},
-    {"FG_TRIGGERQUEUE_MODE", uint32_t{1}},
-    {"FG_TRIGGER_PULSEFORMGEN0_WIDTH", 400.0},
-    {"FG_TRIGGER_PULSEFORMGEN1_DELAY", 0.064},
-    {"FG_TRIGGERCAMERA_GPO3", uint32_t{5}},
-    {"FG_TRIGGEROUT_SELECT2", uint32_t{1}},
-    {"FG_TRIGGEROUT_STATS_SOURCE", uint32_t{2}},
+    {"FG_PIXELFORMAT", 0x312u}, {"FG_WIDTH", 512u}, {"FG_HEIGHT", 300u}, {"FG_XOFFSET", 32u}, {"FG_YOFFSET", 7u},
+    {"FG_FORMAT", 6u}, {"FG_BITALIGNMENT", 0u}, {"FG_TIMEOUT", 2000000000u}, {"FG_CAMERASIMULATOR_ENABLE", 1u},
+    {"FG_CAMERASIMULATOR_PATTERN", 1u}, {"FG_CAMERASIMULATOR_ROLL", 0u}, {"FG_CAMERASIMULATOR_SELECT_MODE", 0u},
+    {"FG_CAMERASIMULATOR_PIXEL_FREQUENCY", 750.0}, {"FG_CAMERASIMULATOR_WIDTH", 600u},
+    {"FG_CAMERASIMULATOR_HEIGHT", 400u}, {"FG_IMG_SELECT_PERIOD", 3u}, {"FG_IMG_SELECT", 2u},
+    {"FG_PROCESSING_GAIN", 1.5}, {"FG_PROCESSING_OFFSET", -0.125}, {"FG_PROCESSING_INVERT", 1u},
+    {"FG_SCALINGFACTOR_RED", 1.5}, {"FG_SCALINGFACTOR_BLUE", 0.25}, {"FG_AREATRIGGERMODE", 4u},
+    {"FG_TRIGGERSTATE", 0u}, {"FG_TRIGGER_FRAMESPERSECOND", 100.0}, {"FG_TRIGGERIN_DEBOUNCE", 0.048},
+    {"FG_TRIGGERIN_POLARITY", 1u}, {"FG_TRIGGER_MULTIPLY_PULSES", 3u}, {"FG_TRIGGERQUEUE_MODE", 1u},
+    {"FG_TRIGGER_PULSEFORMGEN0_WIDTH", 400.0}, {"FG_TRIGGER_PULSEFORMGEN1_DELAY", 0.064},
+    {"FG_TRIGGERCAMERA_GPO3", 5u}, {"FG_TRIGGEROUT_SELECT2", 1u}, {"FG_TRIGGEROUT_STATS_SOURCE", 2u},
 };
 
 class AppletConfiguration : public ::testing::Test {
@@ -161,11 +134,6 @@ protected:
 };
 
 }  // namespace
-
-TEST_F(AppletConfiguration, EverySettingOfTheRoundTripIsAccepted) {
-    AppletHost host;
-    for (const Setting& s : kSettings) EXPECT_EQ(set(host, s), 0) << s.name;
-}
 
 TEST_F(AppletConfiguration, SavedInOneProcessRestoresEveryValueAndRegisterInAnother) {
     const int saved = inChild("saved.txt", [] {
@@ -185,24 +153,16 @@ TEST_F(AppletConfiguration, SavedInOneProcessRestoresEveryValueAndRegisterInAnot
     });
     ASSERT_EQ(loaded, 0) << "the loading process failed";
 
-    const std::string a = slurp("saved.txt"), b = slurp("loaded.txt");
-    ASSERT_FALSE(a.empty());
-    std::istringstream left(a), right(b);
-    std::string l, r;
-    int differences = 0;
-    while (std::getline(left, l) && std::getline(right, r))
-        if (l != r && ++differences < 20) ADD_FAILURE() << "saved: " << l << "\nloaded: " << r;
-    EXPECT_EQ(differences, 0);
-    EXPECT_EQ(a.size(), b.size());
+    const std::string dump = slurp("saved.txt");
+    ASSERT_FALSE(dump.empty());
+    EXPECT_EQ(dump, slurp("loaded.txt"));  // a failure shows the lines that differ
 }
 
 TEST_F(AppletConfiguration, FileHoldsTheHeaderAndEveryKeyInOrder) {
     const std::string text = savedFile({{"FG_TRIGGERIN_DEBOUNCE", 0.048}});
-    EXPECT_EQ(text.rfind("[Kamerasektion]\n\nConfigFileVersion=2.0;\nHersteller='Quorvant GmbH';\nTyp='Pelagon';\n"
-                         "Version='2.3';\nLoadAppletId=0;\nAktivePort=0;\n\n[Port A]\nFG_PIXELFORMAT=785;\n",
-                         0),
-              0u)
-        << text.substr(0, 200);
+    const std::string header = "[Kamerasektion]\n\nConfigFileVersion=2.0;\nHersteller='Quorvant GmbH';\nTyp='Pelagon';\n"
+                               "Version='2.3';\nLoadAppletId=0;\nAktivePort=0;\n\n[Port A]\nFG_PIXELFORMAT=785;\n";
+    EXPECT_EQ(text.substr(0, header.size()), header);
     EXPECT_NE(text.find("\nFG_TRIGGERIN_DEBOUNCE=0.048;\n"), std::string::npos);
     EXPECT_NE(text.find("\nFG_LUT_CUSTOM_FILE='';\n"), std::string::npos);
     EXPECT_NE(text.find("\nFG_CAMERASIMULATOR_PASSIVE=1999;\n"), std::string::npos);  // frame-rate mode: active 1
@@ -238,9 +198,7 @@ TEST_F(AppletConfiguration, HeaderAndFileChecksRefuseWithTheirNumbers) {
     write("saved.txt", text);
     EXPECT_EQ(load("saved.txt"), PGN_ERR_BAD_CONFIG);
 
-    std::string other = text;
-    other.replace(other.find("Typ='Pelagon'"), 13, "Typ='Pelagos'");
-    write("other.mcf", other);
+    write("other.mcf", edited(text, "Typ='Pelagon'", "Typ='Pelagos'"));
     vboard::clearJournal(host.board);
     EXPECT_EQ(load("other.mcf"), PGN_ERR_BAD_CONFIG);
     EXPECT_TRUE(vboard::journal(host.board).empty());
@@ -266,9 +224,7 @@ TEST_F(AppletConfiguration, MissingLastKeyFailsAfterTheFirstPassHasFilledTheCach
 }
 
 TEST_F(AppletConfiguration, InvalidValueIsCachedByTheFirstPassAndRefusedByTheSetter) {
-    std::string text = savedFile({});
-    text.replace(text.find("\nFG_WIDTH=1024;"), 15, "\nFG_WIDTH=1000;");
-    write("odd.mcf", text);
+    write("odd.mcf", edited(savedFile({}), "\nFG_WIDTH=1024;", "\nFG_WIDTH=1000;"));
     AppletHost host;
     ASSERT_EQ(host.setU32(100, 512), 0);
     EXPECT_EQ(host.api.Fg_loadConfig(host.fg, "odd.mcf"), 0);
@@ -277,18 +233,7 @@ TEST_F(AppletConfiguration, InvalidValueIsCachedByTheFirstPassAndRefusedByTheSet
 }
 
 TEST_F(AppletConfiguration, HostileFilesFailCleanly) {
-    const std::string good = savedFile({});
-    const std::string longLine(300, 'x');
-    const std::string longName(1023, 'n');
-    std::string withLongName = good;
-    withLongName.replace(withLongName.find("FG_LUT_CUSTOM_FILE=''"), 21, "FG_LUT_CUSTOM_FILE='" + longName + "'");
-    std::string noPort = good;
-    noPort.erase(noPort.find("[Port A]"), 8);
-    std::string noValue = good;
-    noValue.replace(noValue.find("FG_TIMEOUT=1000000;"), 19, "FG_TIMEOUT=;");
-    std::string garbage = good;
-    garbage.replace(garbage.find("FG_PROCESSING_GAIN=1;"), 21, "FG_PROCESSING_GAIN=abc;");
-
+    const std::string good = savedFile({}), longLine(300, 'x');
     struct Case {
         const char* name;
         std::string text;
@@ -296,11 +241,11 @@ TEST_F(AppletConfiguration, HostileFilesFailCleanly) {
     };
     const std::vector<Case> cases = {
         {"empty.mcf", "", PGN_ERR_BAD_CONFIG},
-        {"noport.mcf", noPort, PGN_ERR_BAD_CONFIG},
+        {"noport.mcf", edited(good, "[Port A]", ""), PGN_ERR_BAD_CONFIG},
         {"long.mcf", longLine + "\n" + good + longLine + "\n", 0},
-        {"longname.mcf", withLongName, 0},
-        {"novalue.mcf", noValue, 0},
-        {"garbage.mcf", garbage, 0},
+        {"longname.mcf", edited(good, "FG_LUT_CUSTOM_FILE=''", "FG_LUT_CUSTOM_FILE='" + std::string(1023, 'n') + "'"), 0},
+        {"novalue.mcf", edited(good, "FG_TIMEOUT=1000000;", "FG_TIMEOUT=;"), 0},
+        {"garbage.mcf", edited(good, "FG_PROCESSING_GAIN=1;", "FG_PROCESSING_GAIN=abc;"), 0},
         {"binary.mcf", std::string("\0\xff\x01[Port A]\n", 12), PGN_ERR_BAD_CONFIG},
     };
     for (const Case& c : cases) {

@@ -14,27 +14,6 @@ namespace {
 
 const AppletApi& api() { return AppletApi::get(); }
 
-// Creates an instance on a fresh board and reports the error location.
-struct Attempt {
-    ZUdevice* board = vboard::createBoard();
-    int error = 1;
-    Fg_Master* master = nullptr;
-
-    explicit Attempt(int flags = 0, bool withError = true) {
-        master = api().Std_entry(board, withError ? &error : nullptr, flags);
-    }
-    ~Attempt() {
-        if (master) {
-            Fg_Struct fg{};
-            fg.Master = master;
-            api().Fg_FreeGrabber(&fg);
-        }
-        vboard::destroyBoard(board);
-    }
-    Attempt(const Attempt&) = delete;
-    Attempt& operator=(const Attempt&) = delete;
-};
-
 }  // namespace
 
 TEST(AppletEntry, CreationReportsSuccessAndFreeingReleasesTheInstance) {
@@ -53,39 +32,36 @@ TEST(AppletEntry, CreationReportsSuccessAndFreeingReleasesTheInstance) {
     std::free(fg);
     vboard::destroyBoard(board);
 
-    Attempt withoutErrorLocation(0, false);
-    EXPECT_NE(withoutErrorLocation.master, nullptr);
+    EXPECT_TRUE(AppletHost(0, false).ok()) << "without an error location";
 }
 
 // Bit 0 is refused before anything else, even the board; other bits do not matter.
 TEST(AppletEntry, FlagBitZeroIsRefused) {
     for (int flags : {1, 3, -1}) {
-        Attempt a(flags);
-        EXPECT_EQ(a.master, nullptr) << "flags " << flags;
+        AppletHost a(flags);
+        EXPECT_FALSE(a.ok()) << "flags " << flags;
         EXPECT_EQ(a.error, PGN_ERR_INVALID_ARGUMENT) << "flags " << flags;
-        EXPECT_EQ(Attempt(flags, false).master, nullptr) << "flags " << flags;
+        EXPECT_FALSE(AppletHost(flags, false).ok()) << "flags " << flags;
     }
     int error = 1;
     EXPECT_EQ(api().Std_entry(nullptr, &error, 1), nullptr);
     EXPECT_EQ(error, PGN_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(api().Std_entry(nullptr, nullptr, -1), nullptr);
-    Attempt a(2);
-    EXPECT_NE(a.master, nullptr);
+    AppletHost a(2);
+    EXPECT_TRUE(a.ok());
     EXPECT_EQ(a.error, 0);
 }
 
 TEST(AppletEntry, RuntimeRefusingTheDesignReportsTheRuntimesError) {
-    {
-        vboard::failNextInit(-4711);
-        Attempt refused;
-        EXPECT_EQ(refused.master, nullptr);
-        EXPECT_EQ(refused.error, -4711);
-    }
+    vboard::failNextInit(-4711);
+    AppletHost refused;
+    EXPECT_FALSE(refused.ok());
+    EXPECT_EQ(refused.error, -4711);
     vboard::failNextInit(PGN_ERR_DESIGN_NOT_LOADED);
-    EXPECT_EQ(Attempt(0, false).master, nullptr);
+    EXPECT_FALSE(AppletHost(0, false).ok());
     // The refusal was used up: the next creation succeeds.
-    Attempt after;
-    EXPECT_NE(after.master, nullptr);
+    AppletHost after;
+    EXPECT_TRUE(after.ok());
     EXPECT_EQ(after.error, 0);
 }
 
@@ -93,8 +69,8 @@ TEST(AppletEntry, ForcedExternalDesignIsLoadedFromTheWorkingDirectoryOnly) {
     for (const char* value : {"", "1", "no"}) {
         ScopedTempDir dir;
         ScopedEnv force("__QUOR_FORCE_EXTERNAL_HAP", value);
-        Attempt a;
-        EXPECT_EQ(a.master, nullptr) << "value \"" << value << "\"";
+        AppletHost a;
+        EXPECT_FALSE(a.ok()) << "value \"" << value << "\"";
         EXPECT_EQ(a.error, PGN_ERR_DESIGN_NOT_LOADED) << "value \"" << value << "\"";
     }
     ScopedTempDir dir;

@@ -65,27 +65,6 @@ Table identity() {
 
 }  // namespace
 
-TEST_F(ImageProcessing, IdentityAndInvertedTables) {
-    process(0.0, 1.0, 1.0, 0);
-    expectAllChannels(identity(), "identity");
-    process(0.0, 1.0, 1.0, 1);
-    Table inverted(kSize);
-    for (uint32_t i = 0; i < kSize; ++i) inverted[i] = 4095 - i;
-    expectAllChannels(inverted, "inverted");
-}
-
-TEST_F(ImageProcessing, GainTwoSaturatesAndInvertTurnsTheSaturatedEntriesDark) {
-    process(0.0, 2.0, 1.0, 0);
-    Table t = registers(host, 2);
-    EXPECT_EQ(t[1023], 2046u);
-    EXPECT_EQ(t[2047], 4094u);
-    for (uint32_t i = 2048; i < kSize; ++i) ASSERT_EQ(t[i], 4095u) << i;
-    process(0.0, 2.0, 1.0, 1);
-    t = registers(host, 0);
-    EXPECT_EQ(t[0], 4095u);
-    for (uint32_t i = 2048; i < kSize; ++i) ASSERT_EQ(t[i], 0u) << i;
-}
-
 // Every channel equals the table computed for it on its own, for ordinary
 // and extreme settings (gamma 0 is an infinite exponent, negative gammas
 // overshoot, 1000 flattens, offset -1 darkens).
@@ -104,12 +83,29 @@ TEST_F(ImageProcessing, EachChannelEqualsItsOwnComputation) {
                           "offset " + std::to_string(s.offset) + " gain " + std::to_string(s.gain) + " gamma " +
                               std::to_string(s.gamma) + " invert " + std::to_string(s.invert));
     }
-    // The edges themselves, stated plainly. Offset -1 leaves b <= 0, and
-    // b = 0 at entry 4095 gives 0 to any positive power.
+    // Tables stated plainly, not through the reference: the identity and
+    // its inverse, gain 2 saturating (and dark where inverted), and the
+    // edges. Offset -1 leaves b <= 0, and b = 0 at entry 4095 gives 0 to any
+    // positive power.
+    process(0.0, 1.0, 1.0, 0);
+    expectAllChannels(identity(), "identity");
+    process(0.0, 1.0, 1.0, 1);
+    Table t = identity();
+    std::reverse(t.begin(), t.end());
+    expectAllChannels(t, "inverted");
+    process(0.0, 2.0, 1.0, 0);
+    t = registers(host, 2);
+    EXPECT_EQ(t[1023], 2046u);
+    EXPECT_EQ(t[2047], 4094u);
+    EXPECT_EQ(Table(t.begin() + 2048, t.end()), Table(2048, 4095));
+    process(0.0, 2.0, 1.0, 1);
+    t = registers(host, 0);
+    EXPECT_EQ(t[0], 4095u);
+    EXPECT_EQ(Table(t.begin() + 2048, t.end()), Table(2048, 0));
     process(-1.0, 1.0, 3.0, 0);
     expectAllChannels(Table(kSize, 0), "offset -1");
     process(0.0, 1.0, 0.0, 0);
-    Table t = registers(host, 1);
+    t = registers(host, 1);
     EXPECT_EQ(t[4094], 0u);
     EXPECT_EQ(t[4095], 4095u);
     process(0.0, 1.0, -1.0, 0);
@@ -165,10 +161,7 @@ TEST_F(ImageProcessing, ARegisterFaultRestoresTheValueAndStopsAtTheFailingChanne
     const Table doubled = reference(0.0, 2.0, 1.0, false);
     EXPECT_EQ(registers(host, 0), doubled);
     EXPECT_EQ(cached(host, 0), doubled);
-    for (int c : {1, 2}) {
-        EXPECT_EQ(registers(host, c), identity()) << c;
-        EXPECT_EQ(cached(host, c), identity()) << c;
-    }
+    for (int c : {1, 2}) EXPECT_TRUE(registers(host, c) == identity() && cached(host, c) == identity()) << c;
     // The type switch rolls back the same way.
     ASSERT_EQ(host.setU32(TYPE, kUserFile), 0);
     vboard::injectFault(host.board, kRegisters[0], vboard::Access::Write, 1, kFault);
@@ -200,24 +193,20 @@ TEST_F(ImageProcessing, UserFileWithoutANameKeepsTheTables) {
     EXPECT_EQ(registers(host, 0), reference(0.0, 2.0, 1.0, true));
 }
 
-TEST_F(ImageProcessing, TheLutDescriptionIsReadOnly) {
-    const struct {
-        int id;
-        uint32_t value;
-    } described[] = {{IMPLEMENTATION, 0}, {IN_BITS, 12}, {OUT_BITS, 12}};
-    for (const auto& d : described) {
-        EXPECT_EQ(host.setU32(d.id, 1), PGN_ERR_READ_ONLY) << d.id;
-        EXPECT_EQ(host.u32(d.id), d.value) << d.id;
-    }
+// Read only by nature (the every-type sweep checks the refusal).
+TEST_F(ImageProcessing, TheLutDescriptionIsTwelveBitsInAndOut) {
+    EXPECT_EQ(host.u32(IMPLEMENTATION), 0u);
+    EXPECT_EQ(host.u32(IN_BITS), 12u);
+    EXPECT_EQ(host.u32(OUT_BITS), 12u);
 }
 
 TEST_F(ImageProcessing, WhiteBalanceGainsStayWithinTheirFixedPointRange) {
+    const std::string w = "Device1_Process0_Bayer_White_";
     const struct {
         int id;
-        const char* reg;
-    } gains[] = {{SCALE_RED, "Device1_Process0_Bayer_White_RedCoefficient"},
-                 {SCALE_GREEN, "Device1_Process0_Bayer_White_GreenCoefficient"},
-                 {SCALE_BLUE, "Device1_Process0_Bayer_White_BlueCoefficient"}};
+        std::string reg;
+    } gains[] = {{SCALE_RED, w + "RedCoefficient"}, {SCALE_GREEN, w + "GreenCoefficient"},
+                 {SCALE_BLUE, w + "BlueCoefficient"}};
     for (const auto& g : gains) {
         for (double accepted : {0.0, 3.9990234375, 1.5}) {
             EXPECT_EQ(host.setDouble(g.id, accepted), 0) << g.reg;
@@ -230,11 +219,6 @@ TEST_F(ImageProcessing, WhiteBalanceGainsStayWithinTheirFixedPointRange) {
         // Not a number passes the range test; the register has the last word.
         EXPECT_NE(host.setDouble(g.id, std::numeric_limits<double>::quiet_NaN()), 0);
         EXPECT_EQ(host.dbl(g.id), 1.5) << g.reg;
-
-        vboard::injectFault(host.board, g.reg, vboard::Access::Write, 1, kFault);
-        EXPECT_EQ(host.setDouble(g.id, 2.0), kFault) << g.reg;
-        EXPECT_EQ(host.dbl(g.id), 1.5) << "the previous gain is kept";
-        EXPECT_EQ(vboard::peekDouble(host.board, g.reg), 1.5);
     }
     // The gains are independent of each other.
     EXPECT_EQ(host.setDouble(SCALE_GREEN, 0.25), 0);

@@ -23,7 +23,7 @@ protected:
         writeDistinctTables(host);
         before = snapshot(host);
         vboard::clearJournal(host.board);
-        for (const RegisterInfo* r : boundary::leaves(host.api.Fg_getParameterInfo(host.fg, 0)))
+        for (const RegisterInfo* r : leaves(host.api.Fg_getParameterInfo(host.fg, 0)))
             if (r->format == REG_FORMAT_UINTFIELD || r->format == REG_FORMAT_DOUBLEFIELD) fields.push_back(r);
         ASSERT_EQ(fields.size(), 5u);
     }

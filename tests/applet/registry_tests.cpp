@@ -36,10 +36,10 @@ TEST_F(AppletRegistry, TopLevelGroupsRunFromMiscellaneousToCoaXPress) {
 }
 
 TEST_F(AppletRegistry, PublishesEveryCatalogueParameterOnceOnPortZero) {
-    const std::vector<const RegisterInfo*> leaves = boundary::leaves(head());
-    EXPECT_EQ(leaves.size(), 128u);
+    const std::vector<const RegisterInfo*> published = leaves(head());
+    EXPECT_EQ(published.size(), 128u);
     std::set<int> ids;
-    for (const RegisterInfo* r : leaves) {
+    for (const RegisterInfo* r : published) {
         ASSERT_NE(r->parameterName, nullptr);
         EXPECT_TRUE(ids.insert(r->id).second) << "id " << r->id << " twice";
         EXPECT_EQ(r->port, 0) << r->parameterName;

@@ -196,7 +196,7 @@ TEST(TriggerStartUp, AFreshInstanceStartsWithOutputsOffGeneratorHeldOutputsOn) {
     AppletHost host;
     ASSERT_TRUE(host.ok());
     const Writes expected = O0 + G0 + O1;
-    Writes journal = takeWrites(host.board);
+    Writes journal = takeWrites(host.board, kPrefix);
     ASSERT_GE(journal.size(), expected.size());
     journal.resize(expected.size());
     EXPECT_EQ(journal, expected);
