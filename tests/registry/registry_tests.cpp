@@ -34,14 +34,20 @@ using RegistryStructure = RegistryTest;
 using RegistryKinds = RegistryTest;
 using RegistryLifecycle = RegistryTest;
 
-TEST_F(RegistryStructure, TopLevelGroupsAreListedNewestFirst) {
+// Nested groups never join the top-level list; they know their depth and parent.
+TEST_F(RegistryStructure, TopLevelGroupsAreListedNewestFirstAndNestedOnesKnowTheirPlace) {
     RegisterInfo* a = reg.addGroupInfo(0, nullptr, "A");
     RegisterInfo* b = reg.addGroupInfo(0, nullptr, "B");
-    reg.addGroupInfo(0, a, "Nested");  // nested groups never join the list
+    RegisterInfo* mid = reg.addGroupInfo(0, a, "Trigger Input");
+    RegisterInfo* low = reg.addGroupInfo(0, mid, "Statistics");
     EXPECT_EQ(topLevelNames(0), (std::vector<std::string>{"B", "A"}));
     EXPECT_EQ(a->previous, b);
     EXPECT_EQ(b->previous, nullptr);
     EXPECT_EQ(reg.getRegisterInfo(1), nullptr);
+    ASSERT_TRUE(mid && low);
+    EXPECT_EQ(std::tie(mid->depth, low->depth), std::tuple(1, 2));
+    EXPECT_STREQ(mid->parentName, "A");
+    EXPECT_STREQ(low->parentName, "Trigger Input");
 }
 
 TEST_F(RegistryStructure, ChildIndexIsCountBeforeAndNamesItsSlot) {
@@ -57,16 +63,6 @@ TEST_F(RegistryStructure, ChildIndexIsCountBeforeAndNamesItsSlot) {
     }
 }
 
-TEST_F(RegistryStructure, NestedGroupsCarryDepthAndParentName) {
-    RegisterInfo* mid = reg.addGroupInfo(0, reg.addGroupInfo(0, nullptr, "Trigger"), "Trigger Input");
-    RegisterInfo* low = reg.addGroupInfo(0, mid, "Statistics");
-    ASSERT_TRUE(mid && low);
-    EXPECT_EQ(mid->depth, 1);
-    EXPECT_EQ(low->depth, 2);
-    EXPECT_STREQ(mid->parentName, "Trigger");
-    EXPECT_STREQ(low->parentName, "Trigger Input");
-}
-
 TEST_F(RegistryStructure, ChildrenOfLeavesAreRefused) {
     RegisterInfo* e = enumLeaf(reg.addGroupInfo(0, nullptr, "G"), 2);
     ASSERT_EQ(reg.addEnumNameValue(e, 0, "On", 1, "ON"), PGN_OK);
@@ -80,31 +76,24 @@ TEST_F(RegistryStructure, ChildrenOfLeavesAreRefused) {
     EXPECT_EQ(std::memcmp(&before, &e->u.eReg, sizeof before), 0);  // the leaf's data is intact
 }
 
-TEST_F(RegistryKinds, FieldsStartAtLowerLimitWhateverTheStep) {
+// Fields start at their lower limit whatever the step; 64-bit limits survive.
+TEST_F(RegistryKinds, FieldsStartAtTheirLowerLimitAndSixtyFourBitLimitsSurvive) {
     RegisterInfo* g = reg.addGroupInfo(0, nullptr, "G");
     RegisterInfo* i = reg.addInfoIntField(g, "i", "I", 8, 5, 9, 3, 3, 1, 1, nullptr, 1, 0);
-    RegisterInfo* u = reg.addInfoUIntField(g, "u", "U", 4096, 7, 4095, 0, 3, 1, 1, nullptr, 2, 0);
+    RegisterInfo* f = reg.addInfoUIntField(g, "u", "U", 4096, 7, 4095, 0, 3, 1, 1, nullptr, 2, 0);
     RegisterInfo* d = reg.addInfoDoubleField(g, "d", "D", 3, 0.25, 8.0, 0.5, 3, 1, 1, nullptr, 3, 0);
-    ASSERT_TRUE(i && u && d);
-    EXPECT_EQ(i->u.ifReg.value, 5);
-    EXPECT_EQ(i->u.ifReg.index, 0);
-    EXPECT_EQ(u->u.uifReg.value, 7u);
-    EXPECT_EQ(u->u.uifReg.nrOfElements, 4096);
-    EXPECT_DOUBLE_EQ(d->u.dfReg.value, 0.25);
-    EXPECT_EQ(d->u.dfReg.index, 0);
-}
+    ASSERT_TRUE(i && f && d);
+    EXPECT_EQ(std::tie(i->u.ifReg.value, i->u.ifReg.index), std::tuple(5, 0));
+    EXPECT_EQ(std::tie(f->u.uifReg.value, f->u.uifReg.nrOfElements), std::tuple(7u, 4096));
+    EXPECT_EQ(std::tie(d->u.dfReg.value, d->u.dfReg.index), std::tuple(0.25, 0));
 
-TEST_F(RegistryKinds, SixtyFourBitLimitsSurvive) {
-    RegisterInfo* g = reg.addGroupInfo(0, nullptr, "G");
     const int64_t big = (int64_t{1} << 57) - 1;
     RegisterInfo* s = reg.addInfoInt64(g, "s", "S", -big, big, 1, 3, 1, 1, nullptr, 1, 0);
     RegisterInfo* u = reg.addInfoUInt64(g, "u", "U", big, UINT64_MAX, uint64_t{1} << 40, 3, 1, 1, nullptr, 2, 0);
     ASSERT_TRUE(s && u);
-    EXPECT_EQ(s->u.iReg64.from, -big);
-    EXPECT_EQ(s->u.iReg64.to, big);
-    EXPECT_EQ(u->u.iReg64.from, big);
+    EXPECT_EQ(std::tie(s->u.iReg64.from, s->u.iReg64.to), std::tuple(-big, big));
+    EXPECT_EQ(std::tie(u->u.iReg64.from, u->u.iReg64.steps), std::tuple(big, int64_t{1} << 40));
     EXPECT_EQ(static_cast<uint64_t>(u->u.iReg64.to), UINT64_MAX);
-    EXPECT_EQ(u->u.iReg64.steps, int64_t{1} << 40);
 }
 
 TEST_F(RegistryKinds, LeavesOwnCopiesOfTheirTexts) {
