@@ -1,9 +1,7 @@
 // The design image and the design runtime that reads it.
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstdio>
 
+#include "support/scratch_folder.h"
 #include "vboard_fixture.h"
 
 using namespace vboard_test;
@@ -50,8 +48,7 @@ TEST(VBoardImage, GeneratedImageDescribesTheDesign) {
     for (int i = 0; i < 6; ++i) {
         const hap_event_data* e = HapGetEvent(design, i);
         ASSERT_NE(e, nullptr);
-        EXPECT_EQ(e->index, static_cast<unsigned>(i));
-        EXPECT_EQ(e->is_firmware_event, firmware[i]) << e->name;
+        EXPECT_EQ(std::tuple(e->index, e->is_firmware_event), std::tuple(unsigned(i), firmware[i])) << e->name;
     }
     EXPECT_STREQ(HapGetEvent(design, 5)->name, "Device1_Process0_Overflow_Overflow");
     EXPECT_EQ(HapGetEvent(design, 6), nullptr);
@@ -111,11 +108,8 @@ TEST(VBoardImage, MalformedImagesAreRefused) {
 }
 
 TEST(VBoardImage, FilesAreLoadedForTheirBoardTypeOnly) {
-    std::string path = ::testing::TempDir() + "vboard_image_XXXXXX";
-    int fd = mkstemp(path.data());
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(write(fd, designImage().data(), designImage().size()), static_cast<ssize_t>(designImage().size()));
-    close(fd);
+    ScratchFolder folder;
+    const std::string path = folder.write("design.hap", designImage());
 
     fpga_design* design = HapLoadHapFileWithType(path.c_str(), vboard::kBoardType, 1);
     EXPECT_NE(design, nullptr);
@@ -123,6 +117,6 @@ TEST(VBoardImage, FilesAreLoadedForTheirBoardTypeOnly) {
     EXPECT_EQ(HapLoadHapFileWithType(path.c_str(), vboard::kBoardType + 1, 1), nullptr);
     std::remove(path.c_str());
     EXPECT_EQ(HapLoadHapFileWithType(path.c_str(), vboard::kBoardType, 1), nullptr);
-    EXPECT_EQ(HapLoadHapFileWithType(::testing::TempDir().c_str(), vboard::kBoardType, 1), nullptr);
+    EXPECT_EQ(HapLoadHapFileWithType(folder.dir.c_str(), vboard::kBoardType, 1), nullptr);
     EXPECT_EQ(HapLoadHapFileWithType(nullptr, vboard::kBoardType, 1), nullptr);
 }
