@@ -97,7 +97,7 @@ TEST(SupportCriticalSection, TryOnLockHeldByAnotherThreadFailsAtOnce) {
     cs.leave();
 }
 
-TEST(SupportCriticalSection, DestroyedWhileGuardHoldsItThrows) {
+TEST(SupportCriticalSection, DestroyedWhileHeldThrowsAndAForeignMutexIsNeverDestroyed) {
     auto* cs = new ProbedSection();
     CriticalSectionGuard guard(cs);
     guard.setEnabled(false);  // a disabled guard must not touch the lock at its end
@@ -105,18 +105,17 @@ TEST(SupportCriticalSection, DestroyedWhileGuardHoldsItThrows) {
     // is about the section still being marked as held.
     cs->release();
     EXPECT_EQ(logicErrorOf([&] { delete cs; }), kDestroyedHeld);
-}
 
-TEST(SupportCriticalSection, ForeignMutexIsUsedButNeverDestroyed) {
+    // A foreign mutex is used but never destroyed: it is left exactly as it
+    // was (held), for its owner to deal with.
     pthread_mutex_t foreign = PTHREAD_MUTEX_INITIALIZER;
-    auto* cs = new CriticalSection(&foreign);
+    auto* section = new CriticalSection(&foreign);
     {
-        CriticalSectionGuard guard(cs);
+        CriticalSectionGuard held(section);
         EXPECT_EQ(pthread_mutex_trylock(&foreign), EBUSY);
-        guard.setEnabled(false);
-        EXPECT_EQ(logicErrorOf([&] { delete cs; }), kDestroyedHeld);
+        held.setEnabled(false);
+        EXPECT_EQ(logicErrorOf([&] { delete section; }), kDestroyedHeld);
     }
-    // Left exactly as it was (held), for its owner to deal with.
     EXPECT_EQ(pthread_mutex_trylock(&foreign), EBUSY);
     EXPECT_EQ(pthread_mutex_unlock(&foreign), 0);
     EXPECT_EQ(pthread_mutex_destroy(&foreign), 0);
@@ -148,7 +147,7 @@ TEST(SupportGuard, LeavingALockNotHeldThrowsAndOwningGuardsFreeTheirLock) {
     guard.unlockAndDisable();
 }
 
-TEST(SupportRecursiveMutex, CountsNestedLocks) {
+TEST(SupportRecursiveMutex, CountsNestedLocksAndGuardsReleaseExactlyTheirOwnLevel) {
     ProbedMutex mutex;
     mutex.lock();
     mutex.lock();
@@ -162,10 +161,8 @@ TEST(SupportRecursiveMutex, CountsNestedLocks) {
     mutex.unlock();
     EXPECT_FALSE(mutex.isLocked());
     EXPECT_TRUE(freeForOtherThread(mutex));
-}
 
-TEST(SupportRecursiveMutex, GuardsReleaseExactlyTheirOwnLevel) {
-    ProbedMutex mutex;
+    // Guards release exactly their own level.
     {
         RecursiveMutexGuard outer(&mutex);
         {

@@ -41,15 +41,14 @@ DecodedPng readPng(const std::string& path) {
 
 // A failure as the user must see it: an ordinary non-zero exit and a message
 // on standard error, never a crash, an uncaught exception or a sanitizer report.
-void expectCleanFailure(const ProcessOutcome& r, const std::string& context) {
-    EXPECT_EQ(r.signal, 0) << context << r.err;
-    EXPECT_GT(r.status, 0) << context << r.err;
-    EXPECT_NE(r.err.find("pelagon: "), std::string::npos) << context << r.err;
+void expectCleanFailure(const ProcessOutcome& r) {
+    SCOPED_TRACE(r.err);
+    EXPECT_EQ(r.signal, 0);
+    EXPECT_GT(r.status, 0);
+    EXPECT_NE(r.err.find("pelagon: "), std::string::npos);
     for (const char* bad : {"terminate called", "Sanitizer", "Aborted", "what():"})
-        EXPECT_EQ(r.err.find(bad), std::string::npos) << context << r.err;
+        EXPECT_EQ(r.err.find(bad), std::string::npos);
 }
-
-// --- Failures ----------------------------------------------------------------------
 
 struct Refusal {
     std::vector<std::string> args;
@@ -76,19 +75,15 @@ TEST_F(ToolTest, FailuresNameTheErrorNumberAndItsMeaning) {
         {{"frobnicate"}, 0, ""},
     };
     for (const Refusal& refusal : refusals) {
-        std::string context;
-        for (const std::string& a : refusal.args) context += a + " ";
+        SCOPED_TRACE(::testing::PrintToString(refusal.args));
         const ProcessOutcome r = run(refusal.args);
-        expectCleanFailure(r, context);
-        EXPECT_NE(r.err.find(refusal.message), std::string::npos) << context << r.err;
-        if (refusal.code != 0) {
-            EXPECT_NE(r.err.find("error " + std::to_string(refusal.code)), std::string::npos) << context << r.err;
-            EXPECT_NE(r.err.find(vboard::errorText(refusal.code)), std::string::npos) << context << r.err;
-        }
+        expectCleanFailure(r);
+        EXPECT_NE(r.err.find(refusal.message), std::string::npos) << r.err;
+        if (refusal.code == 0) continue;
+        EXPECT_NE(r.err.find("error " + std::to_string(refusal.code)), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find(vboard::errorText(refusal.code)), std::string::npos) << r.err;
     }
 }
-
-// --- Parameters ----------------------------------------------------------------------
 
 TEST_F(ToolTest, SetAcceptsSymbolsAndGetReadsByNameAndId) {
     ProcessOutcome r = run({"set", "FG_FORMAT=FG_COL48", "700=FG_COL30", "FG_WIDTH=640"});
@@ -125,8 +120,6 @@ TEST_F(ToolTest, ParamsListsEveryParameterUnderItsGroup) {
     EXPECT_NE(r.out.find("FG_COL24=2, FG_COL30=5, FG_COL48=6"), std::string::npos);
 }
 
-// --- Files -------------------------------------------------------------------------------
-
 TEST_F(ToolTest, ConfigurationSavedAndLoadedAgainRoundTrips) {
     const std::string first = path("first.mcf"), second = path("second.mcf");
     ProcessOutcome r = run({"--set", "FG_WIDTH=640", "--set", "FG_FORMAT=FG_COL48", "config", "save", first});
@@ -162,8 +155,6 @@ TEST_F(ToolTest, XmlGoesToAFileThatXmllintAccepts) {
     if (std::system("command -v xmllint >/dev/null 2>&1") != 0) GTEST_SKIP() << "xmllint not installed";
     EXPECT_EQ(std::system(("xmllint --noout '" + xml + "'").c_str()), 0);
 }
-
-// --- Frames -------------------------------------------------------------------------------
 
 struct Output {
     const char* format;
