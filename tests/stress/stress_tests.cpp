@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -114,30 +115,50 @@ TEST(Stress, TwoInstancesOnTwoBoardsKeepTheirOwnValues) {
     EXPECT_EQ(second.get<uint32_t>(second.id("FG_WIDTH")), 1024u + 16 * 7);
 }
 
-TEST(Stress, AcquisitionRunsWhileParametersChange) {
+// A user dragging a slider sends a stream of sets while frames are expected:
+// none of them may hold the frames back. Each changer sets as fast as it can
+// while 30 frames of a 200 frames-per-second simulator are awaited.
+TEST(Stress, FramesKeepComingWhileSettingsChange) {
     vboard::Grabber g(appletPath());
-    g.set("FG_CAMERASIMULATOR_ENABLE", "1");
-    g.set("FG_WIDTH", "256");
-    g.set("FG_HEIGHT", "64");
-    g.set("FG_CAMERASIMULATOR_WIDTH", "256");
-    g.set("FG_CAMERASIMULATOR_HEIGHT", "64");
-    g.set("FG_CAMERASIMULATOR_FRAMERATE", "200");
+    for (const char* setting : {"FG_CAMERASIMULATOR_ENABLE=1", "FG_WIDTH=256", "FG_HEIGHT=64",
+                                "FG_CAMERASIMULATOR_WIDTH=256", "FG_CAMERASIMULATOR_HEIGHT=64",
+                                "FG_CAMERASIMULATOR_FRAMERATE=200"}) {
+        const std::string text = setting;
+        g.set(text.substr(0, text.find('=')), text.substr(text.find('=') + 1));
+    }
     g.allocateBuffers(8);
-    g.start();
-    std::atomic<bool> done{false};
-    std::thread changer([&] {
-        const int gain = g.id("FG_PROCESSING_GAIN"), red = g.id("FG_SCALINGFACTOR_RED"),
-                  pattern = g.id("FG_CAMERASIMULATOR_PATTERN");
-        for (int i = 0; !done; ++i) {
-            g.set<double>(gain, 1.0 + (i % 10) / 10.0);
-            g.set<double>(red, (i % 4) / 2.0);
-            g.set<uint32_t>(pattern, static_cast<uint32_t>(i % 3 + 1));
+    const int gain = g.id("FG_PROCESSING_GAIN"), red = g.id("FG_SCALINGFACTOR_RED"),
+              pattern = g.id("FG_CAMERASIMULATOR_PATTERN"), rate = g.id("FG_CAMERASIMULATOR_FRAMERATE");
+    const struct {
+        const char* what;
+        std::function<void(int)> change;
+    } changers[] = {
+        {"gain and white balance",
+         [&](int i) {
+             g.set<double>(gain, 1.0 + (i % 10) / 10.0);
+             g.set<double>(red, (i % 4) / 2.0);
+         }},
+        {"simulator pattern", [&](int i) { g.set<uint32_t>(pattern, static_cast<uint32_t>(i % 3 + 1)); }},
+        {"simulator frame rate", [&](int i) { g.set<double>(rate, 200.0 + (i % 5)); }},
+    };
+    for (const auto& c : changers) {
+        SCOPED_TRACE(c.what);
+        g.start();
+        std::atomic<bool> done{false};
+        std::thread changer([&] {
+            for (int i = 0; !done; ++i) c.change(i);
+        });
+        int64_t seen = 0;
+        try {
+            // 150 ms of frames: a second leaves room for a loaded machine,
+            // while a stream held back by the changes needs several.
+            seen = g.waitForFrame(30, std::chrono::seconds(1));
+        } catch (const vboard::Error& e) {
+            ADD_FAILURE() << e.what() << " after " << g.lastFrame() << " frames";
         }
-    });
-    int64_t seen = 0;
-    for (int64_t n = 1; n <= 20; ++n) seen = g.waitForFrame(n, std::chrono::seconds(5));
-    done = true;
-    changer.join();
-    g.stop();
-    EXPECT_GE(seen, 20);
+        done = true;
+        changer.join();
+        g.stop();
+        EXPECT_GE(seen, 30);
+    }
 }

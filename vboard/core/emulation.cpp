@@ -48,6 +48,24 @@ constexpr unsigned kPeriodExceededBit = 0, kQueueFullBit = 1, kMissingFrameBit =
 // Pulses i in [0, n) with i mod d == phase.
 uint64_t passing(uint64_t n, uint64_t d, uint64_t phase) { return n / d + (n % d > phase ? 1 : 0); }
 
+// What a write to one of the camera simulator's registers does to the frame
+// it is sending.
+enum class SimulatorWrite { Content, Timing, Mode };
+
+SimulatorWrite simulatorWrite(Id id) {
+    switch (id) {
+        case Process0_CameraSimulator_Enable_SelectSource:
+        case Process0_CameraSimulator_TriggerValve_FreeRun_Select:
+        case Process0_CameraSimulator_TriggerValve_TriggerValve_Mode: return SimulatorWrite::Mode;
+        case Process0_CameraSimulator_Size_ImageWidth:
+        case Process0_CameraSimulator_Size_ImageHeight:
+        case Process0_CameraSimulator_PixelFrequency_ActivePixel_Number:
+        case Process0_CameraSimulator_PixelFrequency_SequenceLength_ImageWidth:
+        case Process0_CameraSimulator_ControlPixelClock_Mode: return SimulatorWrite::Timing;
+        default: return SimulatorWrite::Content;  // the pattern: what frames show, not when they come
+    }
+}
+
 bool isSimulatorRegister(Id id) {
     return std::string_view(kNames[id]).starts_with("Device1_Process0_CameraSimulator_");
 }
@@ -125,7 +143,12 @@ void DesignEmulation::written(int n, Clock::time_point now) {
     }
     for (std::size_t g = 0; g < kForms.size(); ++g)
         if (id == kForms[g].clear && two) formCount_[g] = 0;
-    if (isSimulatorRegister(id)) restartSimulator(now);
+    if (!isSimulatorRegister(id)) return;
+    switch (simulatorWrite(id)) {
+        case SimulatorWrite::Mode: restartSimulator(now); break;
+        case SimulatorWrite::Timing: retimeSimulator(now); break;
+        case SimulatorWrite::Content: break;
+    }
 }
 
 // --- Trigger block -----------------------------------------------------------
@@ -267,6 +290,16 @@ Clock::duration DesignEmulation::lineTime() const {
 void DesignEmulation::restartSimulator(Clock::time_point now) {
     const Clock::duration frame = lineTime() * static_cast<int64_t>(u(Process0_CameraSimulator_Size_ImageHeight));
     nextFrame_ = now + frame;
+    busyUntil_ = now;
+    lines_ = 0;
+}
+
+void DesignEmulation::retimeSimulator(Clock::time_point now) {
+    const Clock::duration frame = lineTime() * static_cast<int64_t>(u(Process0_CameraSimulator_Size_ImageHeight));
+    // The frame being sent ends no later than one frame of the new timing
+    // from now, never later than it was due: a stream of changes (a slider
+    // being dragged) cannot hold frames back.
+    nextFrame_ = nextFrame_ > now ? std::min(nextFrame_, now + frame) : now + frame;
     busyUntil_ = now;
     lines_ = 0;
 }

@@ -53,7 +53,12 @@
 //    one frame; an edge while a frame is still being sent is not answered
 //    and sets bit 2 (missing frame) of the queue status. Mode 1: each edge
 //    sends one line, and the frame is complete after Size_ImageHeight lines.
-//  - Any write to the simulator's registers restarts its timing.
+//  - A write to Enable_SelectSource or the TriggerValve registers restarts
+//    the simulator's timing. A write to its size or pixel frequency
+//    registers ends the frame being sent no later than one frame of the new
+//    timing from then (never later than it was due), so frames keep coming
+//    while such settings change. The pattern registers change what the
+//    frames show, not when they come.
 // Completed frames wait in the board's frame memory (64 frames) until the
 // acquisition engine collects them; Buffer_0_DRAM_A_0/1_FillLevel show how
 // full it is in percent and Overflow_OverflowOccurred is set when a frame
@@ -119,6 +124,7 @@ private:
     bool simulatorActive() const;
     Clock::duration lineTime() const;  // zero when the generator does not run
     void restartSimulator(Clock::time_point now);
+    void retimeSimulator(Clock::time_point now);
     void cameraEdge(Clock::time_point t);
     void advanceSimulator(Clock::time_point now);
     void complete(uint64_t sequence);
