@@ -119,3 +119,10 @@ public:
     Fg_Struct* fg = nullptr;
     int error = 1;
 };
+
+// A test with one instance on its board, which must exist for the test to run.
+class AppletTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(host.ok()); }
+    AppletHost host;
+};

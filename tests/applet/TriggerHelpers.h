@@ -44,10 +44,10 @@ inline Writes operator+(Writes a, const Writes& b) {
     return a;
 }
 
-class TriggerTest : public ::testing::Test {
+class TriggerTest : public AppletTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(host.ok());
+        AppletTest::SetUp();
         // The defaults give the pulse forms milliseconds of width, which would
         // bound every rate; the tests start from forms of no length so that
         // each shows only the limits it sets up itself.
@@ -72,7 +72,6 @@ protected:
         ASSERT_EQ(host.setU32(TRIGGERSTATE, state), 0);
         vboard::clearJournal(host.board);
     }
-    AppletHost host;
 };
 
 }  // namespace trig

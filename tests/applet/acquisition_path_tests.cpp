@@ -33,17 +33,16 @@ const std::string kOverflow = "Device1_Process0_Overflow_OverflowOccurred";
 
 Writes writes(AppletHost& host) { return takeWrites(host.board); }
 
-class AppletAcquisitionPath : public ::testing::Test {
+class AppletAcquisitionPath : public AppletTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(host.ok());
+        AppletTest::SetUp();
         vboard::clearJournal(host.board);
     }
     uint32_t publishedMaximum(int id) {
         const RegisterInfo* r = host.record(id);
         return r ? r->u.uiReg.to : 0;
     }
-    AppletHost host;
 };
 
 }  // namespace

@@ -21,9 +21,8 @@ enum Mode : uint32_t { PIXEL_FREQUENCY_MODE = 0, LINE_RATE_MODE = 1, FRAME_RATE_
 const std::string kSim = "Device1_Process0_CameraSimulator_";
 constexpr int kFault = -5;
 
-class AppletCameraSimulator : public ::testing::Test {
+class AppletCameraSimulator : public AppletTest {
 protected:
-    void SetUp() override { ASSERT_TRUE(host.ok()); }
 
     void enterMode(uint32_t mode) {
         ASSERT_EQ(host.setU32(SELECT_MODE, mode), 0);
@@ -39,8 +38,6 @@ protected:
             flags.push_back(host.record(id) ? host.record(id)->accessFlags : -1);
         return flags;
     }
-
-    AppletHost host;
 };
 
 }  // namespace

@@ -16,6 +16,7 @@
 
 #include "AppletHost.h"
 #include "BoundaryHelpers.h"
+#include "LutHost.h"
 #include "design_rows.h"
 #include "pelagon_errors.h"
 
@@ -268,11 +269,13 @@ TEST(AppletDefaults, NewInstanceProgramsEveryDefault) {
     AppletHost host;
     ASSERT_TRUE(host.ok());
     const std::string p = "Device1_Process1_Trigger_TriggerCam0_";
-    // The processor table with offset 0, gain 1, gamma 1: the identity.
+    // The processor table with offset 0, gain 1, gamma 1: the identity, in
+    // the registers and in the caches the table is read from.
     for (unsigned i : {0u, 1u, 2048u, 4095u}) {
         EXPECT_EQ(vboard::peek(host.board, "Device1_Process0_LookupTable_R_LUTcontent", i), i);
         EXPECT_EQ(vboard::peek(host.board, "Device1_Process0_LookupTable_B_LUTcontent", i), i);
     }
+    for (int c = 0; c < 3; ++c) EXPECT_EQ(lut::cached(host, c), lut::registers(host, c)) << "channel " << c;
     EXPECT_EQ(vboard::peekDouble(host.board, "Device1_Process0_Bayer_White_GreenCoefficient"), 1.0);
     EXPECT_EQ(vboard::peek(host.board, "Device1_Process0_Buffer_0_DRAM_A_1_XLength"), 1024u);
     EXPECT_EQ(vboard::peek(host.board, p + "PulseFormGenerators_PulseFormGenerator0_Width_Width"), 500000u);

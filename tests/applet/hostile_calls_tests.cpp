@@ -47,6 +47,8 @@ int expectedFieldAnswer(ParameterKind kind, int type, bool write) {
     return namesRecord && type != own ? kInvalid : 0;
 }
 
+using AppletHostileCalls = AppletTest;
+
 // One call of an export with hostile arguments, what it must answer and the
 // last error afterwards (kNotRecorded: 0; by default the answer itself).
 struct HostileCall {
@@ -60,9 +62,7 @@ struct HostileCall {
 
 }  // namespace
 
-TEST(AppletHostileCalls, EveryExportAnswersGarbageArguments) {
-    AppletHost host;
-    ASSERT_TRUE(host.ok());
+TEST_F(AppletHostileCalls, EveryExportAnswersGarbageArguments) {
     const AppletApi& a = host.api;
     Fg_Struct* fg = host.fg;
     auto* shading = reinterpret_cast<ShadingMaster*>(uintptr_t{0x10});
@@ -145,9 +145,7 @@ TEST(AppletHostileCalls, EveryExportAnswersGarbageArguments) {
 
 // Every parameter on DMA indices the one DMA channel does not serve and with
 // a null value, ids that name nothing even on DMA 0, in both directions.
-TEST(AppletHostileCalls, BadDmaIndicesNullValuesAndUnknownIdsAreRefused) {
-    AppletHost host;
-    ASSERT_TRUE(host.ok());
+TEST_F(AppletHostileCalls, BadDmaIndicesNullValuesAndUnknownIdsAreRefused) {
     Buffer value;
     auto expectRefused = [&](int id, void* v, unsigned dma) {
         EXPECT_EQ(host.api.Fg_setParameterWithType(host.fg, id, v, dma, FG_PARAM_TYPE_UINT32_T), kInvalid)
@@ -174,9 +172,7 @@ TEST(AppletHostileCalls, BadDmaIndicesNullValuesAndUnknownIdsAreRefused) {
 // field parameters choose a record by the code and refuse codes outside the
 // enumeration; the runtime's own parameters take the integer codes and
 // "auto"; read-only parameters refuse every write.
-TEST(AppletHostileCalls, EveryTypeCodeOnEveryParameter) {
-    AppletHost host;
-    ASSERT_TRUE(host.ok());
+TEST_F(AppletHostileCalls, EveryTypeCodeOnEveryParameter) {
     const AppletApi& a = host.api;
     std::vector<int> types = kDefinedTypes;
     types.insert(types.end(), kUndefinedTypes.begin(), kUndefinedTypes.end());
@@ -211,9 +207,7 @@ TEST(AppletHostileCalls, EveryTypeCodeOnEveryParameter) {
 
 // The untyped calls and "auto" answer in the parameter's own type, for the
 // applet's parameters and for the runtime's, passed through or forwarded.
-TEST(AppletHostileCalls, UntypedCallsUseTheParametersOwnType) {
-    AppletHost host;
-    ASSERT_TRUE(host.ok());
+TEST_F(AppletHostileCalls, UntypedCallsUseTheParametersOwnType) {
     const AppletApi& a = host.api;
     uint32_t value = 0;
     for (int id : {601, 3050, 3060, 3070, 3080, 3090, 5210}) {

@@ -33,10 +33,10 @@ Table reference(double offset, double gain, double gamma, bool invert) {
     return t;
 }
 
-class ImageProcessing : public ::testing::Test {
+class ImageProcessing : public AppletTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(host.ok());
+        AppletTest::SetUp();
         ASSERT_EQ(host.setU32(TYPE, kProcessor), 0);
     }
 
@@ -53,8 +53,6 @@ protected:
             EXPECT_EQ(cached(host, c), expected) << what << ", cache of channel " << c;
         }
     }
-
-    AppletHost host;
 };
 
 Table identity() {

@@ -16,10 +16,10 @@ namespace {
 
 constexpr int kFault = -9;
 
-class LutFields : public ::testing::Test {
+class LutFields : public AppletTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(host.ok());
+        AppletTest::SetUp();
         writeDistinctTables(host);
         before = snapshot(host);
         vboard::clearJournal(host.board);
@@ -30,7 +30,6 @@ protected:
     int setElement(int id, FieldParameterInt_s element, int type = FG_PARAM_TYPE_STRUCT_FIELDPARAMINT) {
         return host.api.Fg_setParameterWithType(host.fg, id, &element, 0, type);
     }
-    AppletHost host;
     Snapshot before;
     std::vector<const RegisterInfo*> fields;  // the three tables and the two channel read-outs
 };

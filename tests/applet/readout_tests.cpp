@@ -13,9 +13,8 @@ namespace {
 const std::string kBoardStatus = "Device1_Process0_BoardStatus_";
 constexpr int kChannelCurrent = 200350, kChannelVoltage = 200351;
 
-class AppletReadout : public ::testing::Test {
+class AppletReadout : public AppletTest {
 protected:
-    void SetUp() override { ASSERT_TRUE(host.ok()); }
     int get(int id, void* value, FgParamTypes type) { return host.api.Fg_getParameterWithType(host.fg, id, value, 0, type); }
     std::string text(int id) {
         char buffer[128];
@@ -24,7 +23,6 @@ protected:
         buffer[sizeof buffer - 1] = '\0';
         return buffer;
     }
-    AppletHost host;
 };
 
 }  // namespace

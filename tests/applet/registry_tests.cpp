@@ -12,9 +12,8 @@ namespace {
 
 constexpr double kEpsilon = 2.220446049250313e-16;
 
-class AppletRegistry : public ::testing::Test {
+class AppletRegistry : public AppletTest {
 protected:
-    void SetUp() override { ASSERT_TRUE(host.ok()); }
 
     const RegisterInfo* head() { return host.api.Fg_getParameterInfo(host.fg, 0); }
     const RegisterInfo* record(int id) {
@@ -22,8 +21,6 @@ protected:
         EXPECT_NE(r, nullptr) << "no record for id " << id;
         return r;
     }
-
-    AppletHost host;
 };
 
 }  // namespace
@@ -199,7 +196,7 @@ TEST_F(AppletRegistry, NameMapNumbersAllHundredThirtyFiveNames) {
         EXPECT_EQ(host.api.Fg_getParameterIdByName(host.fg, row.name), row.id) << row.name;
         EXPECT_EQ(lastError(host), 0);
     }
-    for (int outside : {135, 1 << 30}) {
+    for (int outside : {135, -1, 1 << 30}) {
         EXPECT_EQ(host.api.Fg_getParameterName(host.fg, outside), nullptr) << outside;
         EXPECT_EQ(lastError(host), PGN_ERR_INVALID_ARGUMENT);
         host.api.Fg_getParameterName(host.fg, 0);

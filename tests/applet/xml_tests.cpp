@@ -40,15 +40,13 @@ std::string attribute(xmlNodePtr node, const char* name, const char* ns = nullpt
     return value;
 }
 
-class XmlDescription : public ::testing::Test {
+class XmlDescription : public AppletTest {
 protected:
-    void SetUp() override { ASSERT_TRUE(host.ok()); }
     std::unique_ptr<XmlDocument> parse() {
         auto document = std::make_unique<XmlDocument>(fetchDocument(host));
         EXPECT_TRUE(document->ok()) << document->errors();
         return document;
     }
-    AppletHost host;
 };
 
 }  // namespace
