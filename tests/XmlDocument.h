@@ -27,8 +27,8 @@ public:
         }
     }
     ~XmlDocument() {
-        if (context_) xmlXPathFreeContext(context_);
-        if (doc_) xmlFreeDoc(doc_);
+        xmlXPathFreeContext(context_);
+        xmlFreeDoc(doc_);
     }
     XmlDocument(const XmlDocument&) = delete;
     XmlDocument& operator=(const XmlDocument&) = delete;
@@ -64,9 +64,7 @@ public:
         return "/g:RegisterDescription/*[@Name='" + name + "']" + (element.empty() ? "" : "/g:" + element);
     }
     std::vector<xmlNodePtr> named(const std::string& name) const { return nodes(path(name)); }
-    std::string field(const std::string& name, const std::string& element) const {
-        return text(path(name, element));
-    }
+    std::string field(const std::string& name, const std::string& element) const { return text(path(name, element)); }
 
     static std::string content(xmlNodePtr node) {
         xmlChar* raw = xmlNodeGetContent(node);
