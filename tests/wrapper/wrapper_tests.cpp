@@ -60,22 +60,18 @@ TEST_F(WrapperRuntime, RemembersBoardAndDesignAndPassesTheRuntimesOwnParametersT
     EXPECT_EQ(wrapper->boardHandle(), board);
     EXPECT_EQ(wrapper->designHandle(), design);
 
-    uint32_t timeout = 0;
-    ASSERT_EQ(wrapper->getUnwrappedParameterWithType(FG_RT_TIMEOUT, &timeout, 0, FG_PARAM_TYPE_UINT32_T), 0);
-    const uint32_t newTimeout = 42;
-    ASSERT_EQ(wrapper->setUnwrappedParameterWithType(FG_RT_TIMEOUT, &newTimeout, 0, FG_PARAM_TYPE_UINT32_T), 0);
+    uint32_t timeout = 42, dmas = 0;
+    ASSERT_EQ(wrapper->setUnwrappedParameterWithType(FG_RT_TIMEOUT, &timeout, 0, FG_PARAM_TYPE_UINT32_T), 0);
+    timeout = 0;
     ASSERT_EQ(wrapper->getUnwrappedParameter(FG_RT_TIMEOUT, &timeout, 0), 0);
     EXPECT_EQ(timeout, 42u);
-
-    uint32_t dmas = 0;
     ASSERT_EQ(wrapper->getUnwrappedParameterWithType(FG_RT_NR_OF_DMAS, &dmas, 0, FG_PARAM_TYPE_UINT32_T), 0);
     EXPECT_EQ(dmas, 1u);
     EXPECT_LT(wrapper->setUnwrappedParameter(FG_RT_NR_OF_DMAS, &dmas, 0), 0);
     EXPECT_EQ(wrapper->Fg_getLastErrorNumberZu(), PGN_ERR_READ_ONLY);
 
-    RegisterInfo* tree = wrapper->getUnwrappedParameterInfo();
-    ASSERT_NE(tree, nullptr);
-    EXPECT_EQ(tree->format, REG_FORMAT_GROUP);
+    const RegisterInfo* tree = wrapper->getUnwrappedParameterInfo();
+    EXPECT_TRUE(tree && tree->format == REG_FORMAT_GROUP);
 }
 
 // The base answers event queries from the design itself (the applet class
@@ -136,11 +132,8 @@ TEST(WrapperFieldCache, CopiesSlicesByElementTypeAndSingleElementsToTheirIndex) 
 }
 
 TEST(WrapperFieldCache, UnknownElementTypeAndNullRecordsLeaveTheCacheAlone) {
-    uint32_t cache[4] = {1, 2, 3, 4};
-    uint32_t in[4] = {9, 9, 9, 9};
-    FieldParameterAccess a{};
-    a.vtype = FG_PARAM_TYPE_CHAR_PTR;
-    a.count = 4;
+    uint32_t cache[4] = {1, 2, 3, 4}, in[4] = {9, 9, 9, 9};
+    FieldParameterAccess a{FG_PARAM_TYPE_CHAR_PTR, 0, 4, 0, {}};
     a.p.p_uint32_t = in;
     FgZuWrapper::setFieldCache(cache, &a);
     FgZuWrapper::setFieldCache(cache, static_cast<const FieldParameterAccess*>(nullptr));
@@ -149,15 +142,12 @@ TEST(WrapperFieldCache, UnknownElementTypeAndNullRecordsLeaveTheCacheAlone) {
     a.p.p_uint32_t = nullptr;  // a record without an array
     FgZuWrapper::setFieldCache(cache, &a);
     FgZuWrapper::getFieldCache(cache, &a);
-    EXPECT_EQ(cache[0], 1u);
-    EXPECT_EQ(cache[3], 4u);
+    EXPECT_EQ(std::vector<uint32_t>(cache, cache + 4), (std::vector<uint32_t>{1, 2, 3, 4}));
 }
 
 TEST(WrapperTempFile, TwoFilesInARowGetDifferentNames) {
-    char* first = FgZuWrapper::createTempFile();
-    char* second = FgZuWrapper::createTempFile();
-    ASSERT_NE(first, nullptr);
-    ASSERT_NE(second, nullptr);
+    char *first = FgZuWrapper::createTempFile(), *second = FgZuWrapper::createTempFile();
+    ASSERT_TRUE(first && second);
     EXPECT_STRNE(first, second);
     for (const char* name : {first, second}) {
         EXPECT_EQ(std::strncmp(name, "/tmp/coef-", 10), 0) << name;

@@ -80,18 +80,14 @@ TEST_F(XmlBuilder, LimitsKindsAndHiddenRecords) {
     XmlDocument document(text);
     ASSERT_TRUE(document.ok()) << document.errors();
 
-    EXPECT_EQ(document.field("FG_SIGNED", "Min"), "18446744073709551615");
-    EXPECT_EQ(document.field("FG_SIGNED", "Max"), "5");
-    EXPECT_EQ(document.field("FG_SIGNED", "Inc"), "<missing>");
-    EXPECT_EQ(document.field("FG_NODESCRIPTION", "Max"), "4000000000");
-    EXPECT_EQ(document.field("FG_NODESCRIPTION", "Description"), "<missing>");
-    EXPECT_EQ(document.field("FG_NODESCRIPTION_Reg", "Address"), "<missing>") << "id 0 has no address";
-    EXPECT_EQ(document.field("FG_NODESCRIPTION_Reg", "AccessMode"), "WO");
-    EXPECT_EQ(document.field("FG_NOACCESS_Reg", "AccessMode"), "<missing>");
-    EXPECT_EQ(document.field("FG_RATE", "Min"), "0.333333333333");
-    EXPECT_EQ(document.field("FG_RATE", "Max"), "1e+20");
-    EXPECT_EQ(document.field("FG_MODE_Reg", "AccessMode"), "RO");
-    EXPECT_EQ(document.field("FG_TRANSFER_LEN_Reg", "Length"), "8");
+    const char* const fields[][3] = {
+        {"FG_SIGNED", "Min", "18446744073709551615"}, {"FG_SIGNED", "Max", "5"}, {"FG_SIGNED", "Inc", "<missing>"},
+        {"FG_NODESCRIPTION", "Max", "4000000000"}, {"FG_NODESCRIPTION", "Description", "<missing>"},
+        {"FG_NODESCRIPTION_Reg", "Address", "<missing>"},  // id 0 has no address
+        {"FG_NODESCRIPTION_Reg", "AccessMode", "WO"}, {"FG_NOACCESS_Reg", "AccessMode", "<missing>"},
+        {"FG_RATE", "Min", "0.333333333333"}, {"FG_RATE", "Max", "1e+20"}, {"FG_MODE_Reg", "AccessMode", "RO"},
+        {"FG_TRANSFER_LEN_Reg", "Length", "8"}};
+    for (const auto& [name, element, value] : fields) EXPECT_EQ(document.field(name, element), value) << name;
 
     EXPECT_EQ(document.texts(XmlDocument::path("FG_MODE", "EnumEntry/@Name")),
               (std::vector<std::string>{"M_NEG", "M_ONE", "M_THREE_AGAIN"}));
