@@ -68,7 +68,8 @@ void Acquisition::run() {
         uint64_t lostOnBoard = 0;
         {
             State& s = state();
-            std::lock_guard lock(s.mutex);
+            BoardMutex::Engine engine{s.mutex};
+            std::lock_guard lock(engine);
             RuntimeHandle* h = s.handle(fg_);
             if (h && h->board && h->board->emulation) {
                 DesignEmulation& design = *h->board->emulation;

@@ -4,9 +4,11 @@
 // here is guarded by the one mutex of State.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -127,8 +129,38 @@ struct VBOARD_API RuntimeHandle {
 
 namespace vboard::detail {
 
+// The lock of the board world. The applet's register traffic may come in a
+// tight loop (a slider being dragged), and a plain mutex goes to whoever asks
+// first after an unlock, which on a busy machine is nearly always the thread
+// that has just let go: the acquisition engine could wait for seconds. So
+// the engine announces itself, and everyone else lets it have its turn before
+// taking the lock.
+class BoardMutex {
+public:
+    void lock() {
+        while (engineWaiting_.load(std::memory_order_acquire) > 0) std::this_thread::yield();
+        mutex_.lock();
+    }
+    void unlock() { mutex_.unlock(); }
+    void lockForEngine() {
+        engineWaiting_.fetch_add(1, std::memory_order_acq_rel);
+        mutex_.lock();
+        engineWaiting_.fetch_sub(1, std::memory_order_acq_rel);
+    }
+    // The engine's side, for std::lock_guard.
+    struct Engine {
+        BoardMutex& m;
+        void lock() { m.lockForEngine(); }
+        void unlock() { m.unlock(); }
+    };
+
+private:
+    std::mutex mutex_;
+    std::atomic<int> engineWaiting_{0};
+};
+
 struct VBOARD_API State {
-    std::mutex mutex;
+    BoardMutex mutex;
     std::unordered_map<ZUdevice*, std::unique_ptr<ZUdevice>> boards;
     std::unordered_map<fpga_design*, std::unique_ptr<fpga_design>> designs;
     std::unordered_map<Fg_Struct*, std::unique_ptr<RuntimeHandle>> handles;
