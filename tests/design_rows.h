@@ -1,6 +1,9 @@
-// The rows of the design description, for tests that walk every register.
+// The rows of the design description, for tests that walk every register,
+// and the design image generated from it.
 #pragma once
 
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,3 +26,14 @@ inline std::vector<DesignRegister> designRegisters() {
 #undef PELAGON_REGISTER
     return rows;
 }
+
+#ifdef PELAGON_DESIGN_IMAGE_PATH
+inline const std::string& designImage() {
+    static const std::string image = [] {
+        std::ostringstream content;
+        content << std::ifstream(PELAGON_DESIGN_IMAGE_PATH, std::ios::binary).rdbuf();
+        return std::move(content).str();
+    }();
+    return image;
+}
+#endif

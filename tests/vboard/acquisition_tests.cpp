@@ -81,7 +81,7 @@ TEST_F(VBoardAcquisition, CountedAcquisitionFillsTheRingAndEnds) {
     EXPECT_EQ(Fg_getLastPicNumberEx(fg, 0, mem), 6);  // the count of the last acquisition stays
 }
 
-TEST_F(VBoardAcquisition, SmallBuffersReceiveTheBeginningOfTheFrame) {
+TEST_F(VBoardAcquisition, SmallBuffersReceiveTheBeginningOfTheFrameAndOnlyKnownMemoryIsUsed) {
     dma_mem* small = vboard::allocateMemory(1, 100);
     ASSERT_EQ(Fg_AcquireEx(fg, 0, 1, 0, small), 0);
     EXPECT_EQ(Fg_getLastPicNumberBlockingEx(fg, 1, 0, 5000, small), 1);
@@ -89,9 +89,8 @@ TEST_F(VBoardAcquisition, SmallBuffersReceiveTheBeginningOfTheFrame) {
     EXPECT_EQ(vboard::copyFrame(small, 1, bytes).bytes, 100u);
     EXPECT_EQ(Fg_stopAcquireEx(fg, 0, small, 0), 0);
     vboard::freeMemory(small);
-}
 
-TEST_F(VBoardAcquisition, UnknownMemoryIsRefusedAndFreedMemoryStaysSafe) {
+    // Unknown memory is refused, and freed memory stays safe.
     int notMemory = 0;
     EXPECT_EQ(Fg_AcquireEx(fg, 0, 0, 0, reinterpret_cast<dma_mem*>(&notMemory)), PGN_ERR_INVALID_ARGUMENT);
     EXPECT_THROW(vboard::allocateMemory(0, 10), vboard::Error);
@@ -103,7 +102,7 @@ TEST_F(VBoardAcquisition, UnknownMemoryIsRefusedAndFreedMemoryStaysSafe) {
     EXPECT_EQ(Fg_stopAcquireEx(fg, 0, nullptr, 0), 0);
 }
 
-TEST_F(VBoardAcquisition, TheImageSelectorPassesOneFrameInN) {
+TEST_F(VBoardAcquisition, TheImageSelectorPassesOneFrameInNAndADiscardedPathNone) {
     poke(sim("Frame_Divisor"), 256);  // roll: each frame one step brighter
     poke("Device1_Process0_ImageSelector_FG_IMG_SELECT_PERIOD_Divisor", 3);
     poke("Device1_Process0_ImageSelector_FG_IMG_SELECT_PHASE_Number", 1);
@@ -118,9 +117,8 @@ TEST_F(VBoardAcquisition, TheImageSelectorPassesOneFrameInN) {
     EXPECT_GT(b, a);
     EXPECT_EQ((b - a) % 3, 0u) << a << " then " << b;
     Fg_stopAcquireEx(fg, 0, mem, 0);
-}
 
-TEST_F(VBoardAcquisition, ADiscardedOutputPathDeliversNothing) {
+    // A discarded output path delivers nothing.
     poke("Device1_Process0_OutputFormat_VirtualTrash16Bit_EnableTrash_Value", 1);
     ASSERT_EQ(Fg_AcquireEx(fg, 0, 0, 0, mem), 0);
     EXPECT_EQ(wait(1, 100), vboard::kErrTimeout);

@@ -79,7 +79,7 @@ TEST(VBoardExports, LegacyVariantWorksOnTheSharedBoard) {
     ASSERT_TRUE(init && setParameter && freeGrabber);
 
     ZUdevice* board = vboard::createBoard();
-    const std::string& image = vboard_test::designImage();
+    const std::string& image = designImage();
     fpga_design* design = HapLoadDesignFromBuffer(image.data(), image.size(), 1);
     Fg_Struct* fg = init("Pelagon.hap", board, design);
     ASSERT_NE(fg, nullptr);

@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -19,16 +17,6 @@
 #include "vboard/vboard.h"
 
 namespace vboard_test {
-
-inline const std::string& designImage() {
-    static const std::string image = [] {
-        std::ifstream in(PELAGON_DESIGN_IMAGE_PATH, std::ios::binary);
-        std::ostringstream content;
-        content << in.rdbuf();
-        return std::move(content).str();
-    }();
-    return image;
-}
 
 // Registers the tests use, by their place in the design.
 inline const char* const kImageWidth = "Device1_Process0_CameraSimulator_Size_ImageWidth";  // U 13

@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,16 +24,11 @@ int thrownBy(F&& f) {
     return 0;
 }
 
-inline std::vector<char> readDesignImage() {
-    std::ifstream in(PELAGON_DESIGN_IMAGE_PATH, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 class DesignFixture : public ::testing::Test {
 protected:
     void SetUp() override {
         board = vboard::createBoard();
-        const std::vector<char> image = readDesignImage();
+        const std::string& image = designImage();
         ASSERT_FALSE(image.empty()) << "design image missing: " << PELAGON_DESIGN_IMAGE_PATH;
         design = HapLoadDesignFromBuffer(image.data(), image.size(), 1);
         ASSERT_NE(design, nullptr);

@@ -36,7 +36,7 @@ TEST(RuntimeVariant, WithoutInitFunctionsTheDesignCannotBeHandedOver) {
 TEST(RuntimeVariant, LegacyRuntimeBindsWhatItHasAndInitialisesThroughThePlainInit) {
     REQUIRE_VARIANT("legacy");
     ZUdevice* board = vboard::createBoard();
-    const std::vector<char> image = readDesignImage();
+    const std::string& image = designImage();
     fpga_design* design = HapLoadDesignFromBuffer(image.data(), image.size(), 1);
     ASSERT_NE(design, nullptr);
     {
