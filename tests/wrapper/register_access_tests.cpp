@@ -49,6 +49,12 @@ TEST_F(RegisterAccess, WritesEveryWritableRegisterAndJournalsExactlyThose) {
         SCOPED_TRACE(r.name);
         const int id = ids[static_cast<size_t>(r.number - 1)];
         vboard::JournalEntry e{r.number, r.name, 0, r.kind, 0, 0.0, {}, vboard::Path::Parameter};
+        const auto roundTrip = [&](auto value, FgParamTypes type) {
+            decltype(value) back = value + 1;
+            ASSERT_EQ(wrapper->setUnwrappedParameterWithType(id, &value, 0, type), 0);
+            ASSERT_EQ(wrapper->getUnwrappedParameterWithType(id, &back, 0, type), 0);
+            EXPECT_EQ(back, value);
+        };
         if (r.kind == 'U' && r.count > 1) {
             std::vector<uint32_t> values(static_cast<size_t>(r.count)), back(values.size());
             for (unsigned i = 0; i < values.size(); ++i) {
@@ -64,21 +70,13 @@ TEST_F(RegisterAccess, WritesEveryWritableRegisterAndJournalsExactlyThose) {
             EXPECT_EQ(back, values);
         } else if (r.kind == 'U') {
             ASSERT_LE(r.width, 32);
-            const uint32_t value = static_cast<uint32_t>(testValue(r, 0));
-            uint32_t back = ~value;
-            ASSERT_EQ(wrapper->setUnwrappedParameterWithType(id, &value, 0, FG_PARAM_TYPE_UINT32_T), 0);
-            ASSERT_EQ(wrapper->getUnwrappedParameterWithType(id, &back, 0, FG_PARAM_TYPE_UINT32_T), 0);
-            EXPECT_EQ(back, value);
-            e.u = value;
+            e.u = testValue(r, 0);
+            roundTrip(static_cast<uint32_t>(e.u), FG_PARAM_TYPE_UINT32_T);
             expected.push_back(e);
         } else {
             ASSERT_EQ(r.kind, 'D') << "no writable string registers expected";
-            const double value = static_cast<double>(testValue(r, 0)) / (1 << r.frac);
-            double back = -1;
-            ASSERT_EQ(wrapper->setUnwrappedParameterWithType(id, &value, 0, FG_PARAM_TYPE_DOUBLE), 0);
-            ASSERT_EQ(wrapper->getUnwrappedParameterWithType(id, &back, 0, FG_PARAM_TYPE_DOUBLE), 0);
-            EXPECT_EQ(back, value);
-            e.d = value;
+            e.d = static_cast<double>(testValue(r, 0)) / (1 << r.frac);
+            roundTrip(e.d, FG_PARAM_TYPE_DOUBLE);
             expected.push_back(e);
         }
     }

@@ -9,7 +9,6 @@
 
 #include "DesignFixture.h"
 #include "pelagon_errors.h"
-#include "support/Fg_Error.h"
 
 using std::filesystem::exists;
 
@@ -97,8 +96,6 @@ TEST(WrapperBase, ShadingIsNotOfferedAndLastErrorIsRecordedAndReturnedInOneStep)
     EXPECT_EQ(w.Shad_WriteActLine(nullptr, 0), PGN_ERR_NOT_SUPPORTED);
 
     EXPECT_EQ(w.setError(-6000), -6000);
-    EXPECT_EQ(w.Fg_getLastErrorNumber(), -6000);
-    EXPECT_EQ(w.fgError()->setErrLevel2(5, "x"), PGN_ERR_NOT_SUPPORTED);
     EXPECT_EQ(w.Fg_getLastErrorNumber(), -6000);
     EXPECT_EQ(w.Fg_getParameterInfo(0), nullptr);
     EXPECT_EQ(w.Fg_getParameterInfo(7), nullptr);
