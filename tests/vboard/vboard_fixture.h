@@ -1,6 +1,5 @@
-// Shared set-up of the virtual board tests: the generated design image, the
-// design description it was made from, and a board with the design bound
-// through the runtime.
+// Shared set-up of the virtual board tests: the registers they use, and a
+// board with the generated design bound through the runtime.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -27,7 +26,6 @@ inline const char* const kFpgaDna = "Device1_Process0_BoardStatus_FpgaDNA";     
 inline const char* const kChannelCurrent = "Device1_Process0_BoardStatus_ChannelCurrent";    // D 64 x 4, RO
 inline const char* const kAppletUid = "Device1_Process0_AppletProperties_AppletUid";         // S 512, RO
 inline const char* const kBuildTime = "Device1_Process0_AppletProperties_BuildTime";
-inline const char* const kSimulatorEnable = "Device1_Process0_CameraSimulator_Enable_SelectSource";
 
 class BoardTest : public ::testing::Test {
 protected:
