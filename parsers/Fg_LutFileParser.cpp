@@ -267,7 +267,6 @@ void Fg_LutFileParser::freeTable(KneeLookupTable* lut) {
 }
 
 int Fg_LutFileParser::getLutFromFile(const char* filename, LookupTable* lut, const char* section) {
-    mEntriesFound = 0;
     if (!lut) return -1;
     freeTable(lut);
     lut->nrOfElements = 0;
@@ -288,13 +287,11 @@ int Fg_LutFileParser::getLutFromFile(const char* filename, LookupTable* lut, con
     lut->format = static_cast<uint32_t>(format);
     lut->number = static_cast<uint8_t>(number);
     // Signed and unsigned 32-bit entries share their representation.
-    mEntriesFound = static_cast<uint32_t>(
-        parseIntInt(reinterpret_cast<int*>(entries), count, kEntrySeparator, orEmpty(section)));
+    parseIntInt(reinterpret_cast<int*>(entries), count, kEntrySeparator, orEmpty(section));
     return 0;
 }
 
 int Fg_LutFileParser::getLutFromFile(const char* filename, KneeLookupTable* lut, const char* section) {
-    mEntriesFound = 0;
     if (!lut) return -1;
     freeTable(lut);
     if (!checkFileExist(filename) || !setOpenFile(filename, true)) return -1;
@@ -302,8 +299,7 @@ int Fg_LutFileParser::getLutFromFile(const char* filename, KneeLookupTable* lut,
     auto* values = static_cast<double*>(std::calloc(size_t{lut->nrOfElements} + 1, sizeof(double)));
     if (!values) return -1;
     lut->value = values;
-    mEntriesFound = static_cast<uint32_t>(
-        parseIntDouble(values, static_cast<int>(lut->nrOfElements), kEntrySeparator, orEmpty(section)));
+    parseIntDouble(values, static_cast<int>(lut->nrOfElements), kEntrySeparator, orEmpty(section));
     return 0;
 }
 

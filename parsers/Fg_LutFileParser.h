@@ -94,10 +94,6 @@ public:
     int getLutFromFile(const char* filename, KneeLookupTable* lut, const char* section);
     int getLutFromFile(const char* filename, KneeLookupTable* lutR, KneeLookupTable* lutG, KneeLookupTable* lutB);
 
-    // How many entries the last integer or knee table read actually found
-    // in its file (at most its count); lets a caller refuse a short table.
-    uint32_t lastEntriesFound() const { return mEntriesFound; }
-
     // Releases the entries a reader allocated and clears the pointer.
     static void freeTable(LookupTable* lut);
     static void freeTable(KneeLookupTable* lut);
@@ -141,7 +137,6 @@ private:
     char mPortAText[30] = {};
     char mPortBText[30] = {};
     Fg_Log* mFg_Log = nullptr;
-    uint32_t mEntriesFound = 0;
 };
 
 #endif
