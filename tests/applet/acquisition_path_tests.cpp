@@ -77,6 +77,7 @@ TEST_F(AppletAcquisitionPath, PartnerMaximaFollowTheRegionOfInterest) {
 TEST_F(AppletAcquisitionPath, HeightAndYOffsetShareTheBuffer) {
     EXPECT_EQ(host.setU32(HEIGHT, 1), PGN_ERR_OUT_OF_RANGE);
     EXPECT_EQ(host.setU32(HEIGHT, 65535), 0);
+    EXPECT_EQ(writes(host), (Writes{{kBuffer + "0_YLength", 65535}, {kBuffer + "1_YLength", 65535}}));
     EXPECT_EQ(host.setU32(YOFFSET, 1), PGN_ERR_OUT_OF_RANGE);
     ASSERT_EQ(host.setU32(HEIGHT, 2), 0);
     ASSERT_EQ(host.setU32(YOFFSET, 1), 0);

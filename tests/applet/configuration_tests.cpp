@@ -103,7 +103,6 @@ std::string slurp(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-// Settings away from the defaults in every subsystem that a file carries.
 // Settings away from the defaults in every subsystem that a file carries;
 // the trigger mode first, as a load applies it: the queue is programmed only
 // outside generator mode.

@@ -56,15 +56,23 @@ TEST(AppletDispatch, IdsAboveTwoMillionReachTheRuntimesOwnParameters) {
     AppletHost host;
     ASSERT_TRUE(host.ok());
     EXPECT_EQ(host.u32(kRuntimeBase + 600), 1000000u);  // the runtime's time-out before anyone changed it
-    ASSERT_EQ(host.setU32(kRuntimeBase + 600, 4321), 0);
+    uint32_t value = 4321;  // untyped calls pass through as well
+    ASSERT_EQ(host.api.Fg_setParameter(host.fg, kRuntimeBase + 600, &value, 0), 0);
     EXPECT_EQ(lastError(host), 0);
     EXPECT_EQ(host.u32(kRuntimeBase + 600), 4321u);
+    value = 0;
+    EXPECT_EQ(host.api.Fg_getParameter(host.fg, kRuntimeBase + 600, &value, 0), 0);
+    EXPECT_EQ(value, 4321u);
 
-    // The runtime's register parameters, by the runtime's ids.
+    // The runtime's register parameters, by the runtime's ids, in their own
+    // type (a double) also when the call names none.
     const int temperature = registerNumber(kTemperatureRegister);
     ASSERT_GT(temperature, 0);
     vboard::pokeDouble(host.board, kTemperatureRegister, 33.5);
     EXPECT_EQ(host.dbl(kRuntimeBase + vboard::kRegisterIdBase + temperature), 33.5);
+    double celsius = 0;
+    EXPECT_EQ(host.api.Fg_getParameter(host.fg, kRuntimeBase + vboard::kRegisterIdBase + temperature, &celsius, 0), 0);
+    EXPECT_EQ(celsius, 33.5);
 
     // The runtime's refusals are passed on and recorded.
     EXPECT_EQ(host.setU32(kRuntimeBase + 3050, 2), PGN_ERR_READ_ONLY);

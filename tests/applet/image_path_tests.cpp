@@ -47,13 +47,10 @@ struct Rgb {
 class Expected {
 public:
     explicit Expected(const Scene& s) : s_(s) {
-        depth_ = std::stoi(s.pixelFormat.substr(s.pixelFormat.size() - (s.pixelFormat.back() == '8' ? 1 : 2)));
-        const std::string order = s.pixelFormat.substr(5, 2);  // "RG" of BayerRG12
+        depth_ = std::stoi(s.pixelFormat.substr(7));             // 12 of BayerRG12
+        const std::string order = s.pixelFormat.substr(5, 2);  // RG of BayerRG12
         // Colours of the 2 x 2 cell, line by line: RG means R G / G B.
-        if (order == "RG") cell_ = "RGGB";
-        if (order == "GR") cell_ = "GRBG";
-        if (order == "GB") cell_ = "GBRG";
-        if (order == "BG") cell_ = "BGGR";
+        cell_ = order + (order == "RG" ? "GB" : order == "GR" ? "BG" : order == "GB" ? "RG" : "GR");
         simWidthRounded_ = (s.simWidth + 11) / 12 * 12;
     }
 

@@ -2,6 +2,7 @@
 // values through the typed parameter read.
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "BoundaryHelpers.h"
 #include "pelagon_errors.h"
@@ -135,15 +136,21 @@ TEST_F(AppletReadout, DmaStatusIsAskedForDmaZeroAsA32BitValue) {
     EXPECT_EQ(value, 0xFFFFFFFF00000000ull);
 }
 
+// Typed, untyped and "auto" reads alike answer in the parameter's own type.
 TEST_F(AppletReadout, RuntimeLevelValuesComeFromTheRuntime) {
-    EXPECT_EQ(host.u32(3050), 1u);  // one DMA channel
-    EXPECT_EQ(host.u32(3060), 1u);  // one camera
-    EXPECT_EQ(host.u32(3070), 1u);  // one process
-    EXPECT_EQ(host.u32(3080), 0u);
-    EXPECT_EQ(host.u32(3090), 0u);
-    EXPECT_EQ(host.u32(5210), 0u);  // nothing transferred without a camera
+    // One DMA channel, camera and process; nothing transferred without a camera.
+    for (auto [id, expected] : {std::pair{3050, 1u}, {3060, 1u}, {3070, 1u}, {3080, 0u}, {3090, 0u}, {5210, 0u}}) {
+        uint32_t untyped = 99, automatic = 99;
+        EXPECT_EQ(host.u32(id), expected) << id;
+        EXPECT_EQ(host.api.Fg_getParameter(host.fg, id, &untyped, 0), 0) << id;
+        EXPECT_EQ(get(id, &automatic, FG_PARAM_TYPE_AUTO), 0) << id;
+        EXPECT_TRUE(untyped == expected && automatic == expected) << id;
+    }
     // The stop time-out lives in the runtime: a change made there directly
     // is what the applet reports.
     ASSERT_EQ(host.setU32(2000000 + 601, 77), 0);
     EXPECT_EQ(host.u32(601), 77u);
+    uint32_t untyped = 0;
+    EXPECT_EQ(host.api.Fg_getParameter(host.fg, 601, &untyped, 0), 0);
+    EXPECT_EQ(untyped, 77u);
 }

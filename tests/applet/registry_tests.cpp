@@ -47,61 +47,44 @@ TEST_F(AppletRegistry, PublishesEveryCatalogueParameterOnceOnPortZero) {
     }
 }
 
-TEST_F(AppletRegistry, UnsignedLimitsAndUnits) {
+// Limits that depend on other settings as a new instance publishes them:
+// the y offset beside the default height of 1024, the phase below the
+// downscale of 1. Unsigned limits are exact as doubles.
+TEST_F(AppletRegistry, LimitsAndUnits) {
     const struct {
         int id;
         const char* name;
-        int access;
-        uint32_t from, to, step;
-        const char* unit;
-    } rows[] = {
-        {100, "FG_WIDTH", 3, 32, 16384, 16, "pixel"},
-        // Limits that depend on other settings as a new instance publishes
-        // them: beside the default height of 1024, below the downscale of 1.
-        {400, "FG_YOFFSET", 3, 0, 65535 - 1024, 1, "pixel"},
-        {300206, "FG_TRIGGERIN_DOWNSCALE_PHASE", 7, 0, 0, 1, ""},
-        {300205, "FG_TRIGGERIN_DOWNSCALE", 7, 1, 2147483647, 1, ""},
-        {8802, "FG_SOFTWARETRIGGER_QUEUE_FILLLEVEL", 1, 0, 2040, 1, "pulses"},
-        {110086, "FG_FILLLEVEL", 1, 0, 100, 1, "%"},
-        {24020, "FG_APPLET_VERSION", 1, 0, 0, 0, ""},
-        {600, "FG_TIMEOUT", 7, 2, 2147483646, 1, "seconds"},
-    };
-    for (const auto& row : rows) {
-        const RegisterInfo* r = record(row.id);
-        if (!r) continue;
-        EXPECT_EQ(r->format, REG_FORMAT_UINT) << row.name;
-        EXPECT_STREQ(r->parameterName, row.name);
-        EXPECT_EQ(r->accessFlags, row.access) << row.name;
-        EXPECT_EQ(r->u.uiReg.from, row.from) << row.name;
-        EXPECT_EQ(r->u.uiReg.to, row.to) << row.name;
-        EXPECT_EQ(r->u.uiReg.steps, row.step) << row.name;
-        EXPECT_STREQ(r->unit ? r->unit : "", row.unit) << row.name;
-    }
-}
-
-TEST_F(AppletRegistry, FloatingLimitsAndUnits) {
-    const struct {
-        int id;
-        const char* name;
+        int format, access;  // access 0: not checked
         double from, to, step;
         const char* unit;
     } rows[] = {
-        {90, "FG_TRIGGER_FRAMESPERSECOND", 0.0291038304567337, 12500000, kEpsilon, "Hz"},
-        {300204, "FG_TRIGGERIN_DEBOUNCE", 0.048, 1.512, 0.024, "\xB5\x73"},  // microseconds in Latin-1
-        {300219, "FG_TRIGGER_PULSEFORMGEN0_WIDTH", 1, 68000000, 0.016, "\xB5\x73"},
-        {13000, "FG_SCALINGFACTOR_RED", 0, 3.9990234375, 0.0009765625, ""},
-        {30106, "FG_CAMERASIMULATOR_PIXEL_FREQUENCY", 0, 1500.0, kEpsilon, "MHz"},
-        {200342, "FG_SYSTEMMONITOR_FPGA_VCC_INT", -1000, 1000, 0, "V"},
+        {100, "FG_WIDTH", REG_FORMAT_UINT, 3, 32, 16384, 16, "pixel"},
+        {400, "FG_YOFFSET", REG_FORMAT_UINT, 3, 0, 65535 - 1024, 1, "pixel"},
+        {300206, "FG_TRIGGERIN_DOWNSCALE_PHASE", REG_FORMAT_UINT, 7, 0, 0, 1, ""},
+        {300205, "FG_TRIGGERIN_DOWNSCALE", REG_FORMAT_UINT, 7, 1, 2147483647, 1, ""},
+        {8802, "FG_SOFTWARETRIGGER_QUEUE_FILLLEVEL", REG_FORMAT_UINT, 1, 0, 2040, 1, "pulses"},
+        {110086, "FG_FILLLEVEL", REG_FORMAT_UINT, 1, 0, 100, 1, "%"},
+        {24020, "FG_APPLET_VERSION", REG_FORMAT_UINT, 1, 0, 0, 0, ""},
+        {600, "FG_TIMEOUT", REG_FORMAT_UINT, 7, 2, 2147483646, 1, "seconds"},
+        {90, "FG_TRIGGER_FRAMESPERSECOND", REG_FORMAT_DOUBLE, 0, 0.0291038304567337, 12500000, kEpsilon, "Hz"},
+        {300204, "FG_TRIGGERIN_DEBOUNCE", REG_FORMAT_DOUBLE, 0, 0.048, 1.512, 0.024, "\xB5\x73"},  // microseconds in Latin-1
+        {300219, "FG_TRIGGER_PULSEFORMGEN0_WIDTH", REG_FORMAT_DOUBLE, 0, 1, 68000000, 0.016, "\xB5\x73"},
+        {13000, "FG_SCALINGFACTOR_RED", REG_FORMAT_DOUBLE, 0, 0, 3.9990234375, 0.0009765625, ""},
+        {30106, "FG_CAMERASIMULATOR_PIXEL_FREQUENCY", REG_FORMAT_DOUBLE, 0, 0, 1500.0, kEpsilon, "MHz"},
+        {200342, "FG_SYSTEMMONITOR_FPGA_VCC_INT", REG_FORMAT_DOUBLE, 0, -1000, 1000, 0, "V"},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         const RegisterInfo* r = record(row.id);
         if (!r) continue;
-        EXPECT_EQ(r->format, REG_FORMAT_DOUBLE) << row.name;
+        EXPECT_EQ(r->format, row.format);
         EXPECT_STREQ(r->parameterName, row.name);
-        EXPECT_DOUBLE_EQ(r->u.dReg.from, row.from) << row.name;
-        EXPECT_DOUBLE_EQ(r->u.dReg.to, row.to) << row.name;
-        EXPECT_DOUBLE_EQ(r->u.dReg.steps, row.step) << row.name;
-        EXPECT_STREQ(r->unit ? r->unit : "", row.unit) << row.name;
+        EXPECT_EQ(row.access ? r->accessFlags : 0, row.access);
+        const bool isDouble = row.format == REG_FORMAT_DOUBLE;
+        EXPECT_DOUBLE_EQ(isDouble ? r->u.dReg.from : r->u.uiReg.from, row.from);
+        EXPECT_DOUBLE_EQ(isDouble ? r->u.dReg.to : r->u.uiReg.to, row.to);
+        EXPECT_DOUBLE_EQ(isDouble ? r->u.dReg.steps : r->u.uiReg.steps, row.step);
+        EXPECT_STREQ(r->unit ? r->unit : "", row.unit);
     }
 }
 
