@@ -84,17 +84,15 @@ TEST_F(SupportLogStream, UsrDbgIsVerbatimAndClosingEndsWriting) {
     EXPECT_EQ(written(), "7|raw|1.50");
 }
 
+// Rule, one ownership line, contents, the 25-character asctime stamp, rule.
 TEST_F(SupportLogStream, WelcomeBanner) {
     mLog.WriteWelcome();
-    const std::string rule(73, '-');
-    const std::string text = written();
+    const std::string rule(73, '-'), text = written();
     const size_t contents = text.find("\nContents: Log details for varionix Dll\n");
     ASSERT_NE(contents, std::string::npos);
     EXPECT_EQ(text.substr(0, 74), rule + "\n");
-    // Rule, one ownership line, contents, then the 25-character asctime stamp.
     EXPECT_GT(contents, 74u);
     EXPECT_EQ(text.find('\n', 74), contents);
-    const size_t stamp = contents + 40;
-    EXPECT_EQ(text.substr(stamp + 24), "\n" + rule + "\n");
+    EXPECT_EQ(text.substr(contents + 40 + 24), "\n" + rule + "\n");
     EXPECT_EQ(Fg_Log::GetTimestamp().size(), 25u);
 }

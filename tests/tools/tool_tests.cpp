@@ -39,26 +39,13 @@ DecodedPng readPng(const std::string& path) {
     return png;
 }
 
-// A failure as the user must see it: an ordinary non-zero exit and a message
-// on standard error, never a crash, an uncaught exception or a sanitizer report.
-void expectCleanFailure(const ProcessOutcome& r) {
-    SCOPED_TRACE(r.err);
-    EXPECT_EQ(r.signal, 0);
-    EXPECT_GT(r.status, 0);
-    EXPECT_NE(r.err.find("pelagon: "), std::string::npos);
-    for (const char* bad : {"terminate called", "Sanitizer", "Aborted", "what():"})
-        EXPECT_EQ(r.err.find(bad), std::string::npos);
-}
-
-struct Refusal {
-    std::vector<std::string> args;
-    int code;             // the applet's error number, 0 for the tool's own usage errors
-    std::string message;  // also expected on standard error
-};
-
 TEST_F(ToolTest, FailuresNameTheErrorNumberAndItsMeaning) {
     const std::string missing = path("missing.mcf");
-    const std::vector<Refusal> refusals = {
+    const struct {
+        std::vector<std::string> args;
+        int code;             // the applet's error number, 0 for the tool's own usage errors
+        std::string message;  // also expected on standard error
+    } refusals[] = {
         {{"set", "FG_WIDTH=40"}, -7080, "FG_WIDTH to 40"},
         {{"set", "FG_WIDTH=640", "FG_HEIGHT=0"}, -6000, "FG_HEIGHT"},
         {{"--config", missing, "info"}, -2076, missing},
@@ -74,14 +61,20 @@ TEST_F(ToolTest, FailuresNameTheErrorNumberAndItsMeaning) {
         {{"--applet", path("libNothing.so"), "info"}, 0, "libNothing.so"},
         {{"frobnicate"}, 0, ""},
     };
-    for (const Refusal& refusal : refusals) {
-        SCOPED_TRACE(::testing::PrintToString(refusal.args));
+    // As the user must see it: an ordinary non-zero exit and a message on
+    // standard error, never a crash, an uncaught exception or a sanitizer report.
+    for (const auto& refusal : refusals) {
         const ProcessOutcome r = run(refusal.args);
-        expectCleanFailure(r);
-        EXPECT_NE(r.err.find(refusal.message), std::string::npos) << r.err;
+        SCOPED_TRACE(::testing::PrintToString(refusal.args) + "\n" + r.err);
+        EXPECT_EQ(r.signal, 0);
+        EXPECT_GT(r.status, 0);
+        for (const char* bad : {"terminate called", "Sanitizer", "Aborted", "what():"})
+            EXPECT_EQ(r.err.find(bad), std::string::npos);
+        EXPECT_NE(r.err.find("pelagon: "), std::string::npos);
+        EXPECT_NE(r.err.find(refusal.message), std::string::npos);
         if (refusal.code == 0) continue;
-        EXPECT_NE(r.err.find("error " + std::to_string(refusal.code)), std::string::npos) << r.err;
-        EXPECT_NE(r.err.find(vboard::errorText(refusal.code)), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find("error " + std::to_string(refusal.code)), std::string::npos);
+        EXPECT_NE(r.err.find(vboard::errorText(refusal.code)), std::string::npos);
     }
 }
 

@@ -1,7 +1,6 @@
 // What each runtime library exports: its interface functions and nothing
-// else, and the variants without the functions they are meant to lack.
-#include <dlfcn.h>
-
+// else, and the variants without the functions they are meant to lack (the
+// legacy variant at work on the shared board is in the wrapper's variant tests).
 #include <cstdio>
 #include <set>
 
@@ -37,7 +36,6 @@ const std::set<std::string> kFglib = {
     "Shad_SetSubValueLine", "Shad_SetMultValueLine", "Shad_SetFixedPatternNoiseLine", "Shad_GetMaxLine",
     "Shad_GetAccess", "Shad_FreeAccess", "Shad_WriteActLine"};
 
-
 const std::string kLib = PELAGON_LIB_DIR_PATH;
 const std::string kVariants = PELAGON_VARIANT_DIR_PATH;
 
@@ -66,31 +64,6 @@ TEST(VBoardExports, VariantsLackTheirFunctions) {
                                      "Fg_setParameterWithType", "Fg_getParameterWithType", "Fg_setParameter",
                                      "Fg_getParameter", "Fg_saveConfig", "Fg_loadConfig", "Fg_Acquire",
                                      "Fg_stopAcquire"}));
-}
-
-// The legacy runtime still drives the shared board: its init binds the
-// design and its parameter calls reach the same registers.
-TEST(VBoardExports, LegacyVariantWorksOnTheSharedBoard) {
-    void* legacy = dlopen((kVariants + "/legacy/libfglib5.so").c_str(), RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(legacy, nullptr) << dlerror();
-    auto init = reinterpret_cast<Fg_InitHandle_t>(dlsym(legacy, "Fg_InitHandle"));
-    auto setParameter = reinterpret_cast<Fg_setParameter_t>(dlsym(legacy, "Fg_setParameter"));
-    auto freeGrabber = reinterpret_cast<Fg_FreeGrabber_t>(dlsym(legacy, "Fg_FreeGrabber"));
-    ASSERT_TRUE(init && setParameter && freeGrabber);
-
-    ZUdevice* board = vboard::createBoard();
-    const std::string& image = designImage();
-    fpga_design* design = HapLoadDesignFromBuffer(image.data(), image.size(), 1);
-    Fg_Struct* fg = init("Pelagon.hap", board, design);
-    ASSERT_NE(fg, nullptr);
-    uint32_t width = 512;
-    const int id = vboard::kRegisterIdBase + HapGetRegisterByName(design, vboard_test::kImageWidth);
-    EXPECT_EQ(setParameter(fg, id, &width, 0), 0);
-    EXPECT_EQ(vboard::peek(board, vboard_test::kImageWidth), 512u);
-    EXPECT_EQ(freeGrabber(fg), 0);
-    HapUnloadHapFile(design);
-    vboard::destroyBoard(board);
-    dlclose(legacy);
 }
 
 // The application side's library shows its API and nothing else (no

@@ -54,6 +54,10 @@ TEST(RuntimeVariant, LegacyRuntimeBindsWhatItHasAndInitialisesThroughThePlainIni
         w.retrieveIds();
         EXPECT_EQ(w.zu_id_Device1_Process0_Overflow_OverflowOccurred,
                   vboard::kRegisterIdBase + HapGetRegisterByName(design, "Device1_Process0_Overflow_OverflowOccurred"));
+        // Its parameter calls reach the shared board's registers.
+        const uint32_t width = 512;
+        EXPECT_EQ(w.setUnwrappedParameter(w.zu_id_Device1_Process0_CameraSimulator_Size_ImageWidth, &width, 0), 0);
+        EXPECT_EQ(vboard::peek(board, "Device1_Process0_CameraSimulator_Size_ImageWidth"), 512u);
         w.wrapperFg()->DLL_Fg_FreeGrabber(w.fglibFg());
     }
     vboard::destroyBoard(board);
