@@ -65,7 +65,7 @@ TEST(AppletEntry, RuntimeRefusingTheDesignReportsTheRuntimesError) {
     EXPECT_EQ(after.error, 0);
 }
 
-TEST(AppletEntry, ForcedExternalDesignIsLoadedFromTheWorkingDirectoryOnly) {
+TEST(AppletEntry, ExternalDesignIsLoadedOnlyWhenForcedAndFromTheWorkingDirectoryOnly) {
     for (const char* value : {"", "1", "no"}) {
         ScopedTempDir dir;
         ScopedEnv force("__QUOR_FORCE_EXTERNAL_HAP", value);
@@ -73,23 +73,17 @@ TEST(AppletEntry, ForcedExternalDesignIsLoadedFromTheWorkingDirectoryOnly) {
         EXPECT_FALSE(a.ok()) << "value \"" << value << "\"";
         EXPECT_EQ(a.error, PGN_ERR_DESIGN_NOT_LOADED) << "value \"" << value << "\"";
     }
+    // Unforced, a file there that is no design image is ignored: the built-in image is used.
     ScopedTempDir dir;
-    std::filesystem::copy_file(PELAGON_DESIGN_IMAGE_PATH, dir.path() / "Pelagon.hap");
+    { std::ofstream(dir.path() / "Pelagon.hap") << "not a design"; }
+    EXPECT_EQ(AppletHost().error, 0);
+    std::filesystem::copy_file(PELAGON_DESIGN_IMAGE_PATH, dir.path() / "Pelagon.hap",
+                               std::filesystem::copy_options::overwrite_existing);
     ScopedEnv force("__QUOR_FORCE_EXTERNAL_HAP", "");
     AppletHost host;
     ASSERT_TRUE(host.ok());
     EXPECT_EQ(host.error, 0);
     EXPECT_EQ(host.u32(24020), 3u);
-}
-
-TEST(AppletEntry, ExternalFileIsIgnoredUnlessForced) {
-    // A file that is not a design image lies in the working directory; the
-    // built-in image is used all the same.
-    ScopedTempDir dir;
-    { std::ofstream(dir.path() / "Pelagon.hap") << "not a design"; }
-    AppletHost host;
-    EXPECT_TRUE(host.ok());
-    EXPECT_EQ(host.error, 0);
 }
 
 TEST(AppletEntry, TwoInstancesOnTwoBoardsAreIndependent) {
