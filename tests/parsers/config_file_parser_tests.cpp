@@ -207,12 +207,7 @@ TEST_F(ConfigFileParser, DecimalPointUnderADecimalCommaLocale) {
     const std::string before = std::setlocale(LC_ALL, nullptr);
     if (!std::setlocale(LC_ALL, "de_DE.UTF-8")) GTEST_SKIP() << "locale de_DE.UTF-8 is not installed";
     const std::string german = std::setlocale(LC_ALL, nullptr);
-    const auto formatted = [] {
-        char probe[16];
-        std::snprintf(probe, sizeof probe, "%.1f", 0.5);
-        return std::string(probe);
-    };
-    EXPECT_EQ(formatted(), "0,5") << "the host locale is not in effect";
+    EXPECT_EQ(std::to_string(0.5), "0,500000") << "the host locale is not in effect";
     const std::string file = path("german.mcf");
     {
         Fg_ConfigFileParser parser(nullptr);
@@ -229,6 +224,6 @@ TEST_F(ConfigFileParser, DecimalPointUnderADecimalCommaLocale) {
     EXPECT_DOUBLE_EQ(debounce, 0.048);
     EXPECT_DOUBLE_EQ(handwritten, 2.75);
     EXPECT_EQ(std::setlocale(LC_ALL, nullptr), german) << "the host's locale is left as it was";
-    EXPECT_EQ(formatted(), "0,5");
+    EXPECT_EQ(std::to_string(0.5), "0,500000");
     std::setlocale(LC_ALL, before.c_str());
 }

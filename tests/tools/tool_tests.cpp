@@ -143,7 +143,6 @@ TEST_F(ToolTest, XmlGoesToAFileThatXmllintAccepts) {
     const std::string xml = path("pelagon.xml");
     const ProcessOutcome r = run({"xml", "-o", xml});
     ASSERT_EQ(r.status, 0) << r.err;
-    ASSERT_GT(fs::file_size(xml), 1000u);
     EXPECT_NE(read(xml).find("FG_WIDTH"), std::string::npos);
     if (std::system("command -v xmllint >/dev/null 2>&1") != 0) GTEST_SKIP() << "xmllint not installed";
     EXPECT_EQ(std::system(("xmllint --noout '" + xml + "'").c_str()), 0);
