@@ -56,7 +56,7 @@ public:
     std::string text(const std::string& xpath) const {
         const std::vector<std::string> found = texts(xpath);
         if (found.size() == 1) return found[0];
-        return found.empty() ? "<missing>" : "<" + std::to_string(found.size()) + " nodes>";
+        return found.empty() ? "<missing>" : std::string("<").append(std::to_string(found.size())).append(" nodes>");
     }
 
     // The path of the top-level node named `name`, or of its child `element`.
