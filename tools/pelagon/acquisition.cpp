@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -16,6 +17,14 @@ namespace {
 
 using namespace std::chrono_literals;
 constexpr std::size_t kMemoryBudget = 256u << 20;  // frame buffers at most, in bytes
+// How often a wait looks for a signal.
+constexpr std::chrono::milliseconds kWaitSlice = 50ms;
+
+volatile std::sig_atomic_t caught = 0;
+
+extern "C" void onInterrupt(int signalNumber) {
+    caught = signalNumber;
+}
 
 bool simulatorIsSource(const Session& s) {
     return s.is("FG_CAMERASIMULATOR_ENABLE", "FG_CAMERASIMULATOR");
@@ -77,6 +86,7 @@ void sendPulse(Session& s, std::chrono::milliseconds patience) {
             return;
         } catch (const vboard::Error& e) {
             if (e.code() == PGN_ERR_TRIGGER_BUSY && std::chrono::steady_clock::now() < until) {
+                if (caught != 0) return;
                 std::this_thread::sleep_for(1ms);
                 continue;
             }
@@ -123,14 +133,37 @@ std::string frameFile(const std::string& folder, int64_t number) {
     return (std::filesystem::path(folder) / name).string();
 }
 
-}  // namespace
+// Waits for frame `n` in short slices, so that a signal is seen soon.
+void waitForFrame(vboard::Grabber& g, int64_t n, std::chrono::milliseconds timeout) {
+    const auto until = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        if (caught != 0) return;
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+        try {
+            g.waitForFrame(n, std::clamp(left, 1ms, kWaitSlice));
+            return;
+        } catch (const vboard::Error& e) {
+            if (e.code() != vboard::kErrTimeout) throw;
+            if (left > kWaitSlice) continue;
+            throw vboard::Error("waiting " + std::to_string(timeout.count()) + " ms for frame " + std::to_string(n),
+                                e.code());
+        }
+    }
+}
 
-AcquireResult acquire(Session& s, const AcquireOptions& options) {
-    if (options.frames < 1) throw UsageError("the number of frames must be at least 1");
+// The folders create_directories is about to make, innermost first.
+std::vector<std::filesystem::path> missingFolders(const std::string& folder) {
+    std::vector<std::filesystem::path> missing;
     std::error_code ec;
-    std::filesystem::create_directories(options.folder, ec);
-    if (ec) throw std::runtime_error("cannot create the folder " + options.folder + ": " + ec.message());
+    for (std::filesystem::path p = std::filesystem::absolute(folder, ec).lexically_normal();
+         !p.empty() && p != p.root_path() && !std::filesystem::exists(p, ec); p = p.parent_path()) {
+        if (p.filename().empty()) continue;  // a trailing separator
+        missing.push_back(p);
+    }
+    return missing;
+}
 
+AcquireResult acquireInto(Session& s, const AcquireOptions& options) {
     vboard::Grabber& g = s.grabber();
     const std::size_t frameBytes = vboard::frameBytes(g.board());
     // A buffer for every frame when the budget allows, so that none is
@@ -153,10 +186,14 @@ AcquireResult acquire(Session& s, const AcquireOptions& options) {
             pulsed = next;
         }
         try {
-            g.waitForFrame(next, timeout);
+            waitForFrame(g, next, timeout);
         } catch (const vboard::Error& e) {
             if (e.code() == vboard::kErrTimeout) throw HintedError(e, whyNoFrames(s));
             throw;
+        }
+        if (caught != 0) {
+            g.stop();
+            throw Interrupted(caught, result.files.size(), options.folder);
         }
         vboard::Frame frame;
         try {
@@ -177,6 +214,41 @@ AcquireResult acquire(Session& s, const AcquireOptions& options) {
     }
     g.stop();
     return result;
+}
+
+}  // namespace
+
+void catchInterrupts() {
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+int interruptSignal() {
+    return caught;
+}
+
+Interrupted::Interrupted(int signalNumber, std::size_t frames, const std::string& folder)
+    : std::runtime_error("interrupted after " + std::to_string(frames) + " frames: " + std::to_string(frames) +
+                         " files saved in " + folder + " (" + (signalNumber == SIGINT ? "SIGINT" : "SIGTERM") + ")"),
+      signal(signalNumber) {}
+
+AcquireResult acquire(Session& s, const AcquireOptions& options) {
+    if (options.frames < 1) throw UsageError("the number of frames must be at least 1");
+    const std::vector<std::filesystem::path> made = missingFolders(options.folder);
+    std::error_code ec;
+    std::filesystem::create_directories(options.folder, ec);
+    if (ec) throw std::runtime_error("cannot create the folder " + options.folder + ": " + ec.message());
+    try {
+        return acquireInto(s, options);
+    } catch (...) {
+        // Nothing to show for it: the folders made for it go again.
+        for (const std::filesystem::path& p : made)
+            if (!std::filesystem::is_empty(p, ec) || ec || !std::filesystem::remove(p, ec)) break;
+        throw;
+    }
 }
 
 TriggerResult trigger(Session& s, int pulses, double timeoutSeconds) {

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -27,10 +28,24 @@ struct AcquireResult {
     int64_t skipped = 0;  // frames overwritten before they could be saved
 };
 
+// SIGINT and SIGTERM only set a flag from here on, which acquire() looks at
+// between frames and while it waits, so that no file is left half written.
+void catchInterrupts();
+int interruptSignal();  // the signal that came, 0 while none did
+// The exit status of a run a signal ended: 128 + the signal.
+inline int interruptStatus(int signal) { return 128 + signal; }
+
+// An acquisition ended by a signal: the frames saved until then stay.
+struct Interrupted : std::runtime_error {
+    Interrupted(int signalNumber, std::size_t frames, const std::string& folder);
+    int signal;
+};
+
 // Acquires options.frames frames and writes each as
 // <folder>/frame-<number>.png. In software trigger mode, with the simulator
 // taking trigger edges, it sends one pulse per frame. Shows a progress bar on
-// a terminal, one line per file otherwise.
+// a terminal, one line per file otherwise. On failure the folder is removed
+// again when it was made here and is still empty; a signal throws Interrupted.
 AcquireResult acquire(Session& s, const AcquireOptions& options);
 
 struct TriggerResult {

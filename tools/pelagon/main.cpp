@@ -4,6 +4,7 @@
 // configuration when asked. Failures print the applet's error number and its
 // meaning and end with a non-zero exit status.
 #include <CLI/CLI.hpp>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -18,6 +19,7 @@
 
 #include "acquisition.h"
 #include "applet_info.h"
+#include "safe_file.h"
 #include "session.h"
 
 namespace pelagon_tool {
@@ -151,13 +153,6 @@ void listParameters(Session& s, const std::string& filter) {
     }
 }
 
-void writeFile(const std::string& path, const std::string& content) {
-    std::ofstream out(path, std::ios::binary);
-    out << content;
-    out.close();
-    if (!out) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
-}
-
 // The demonstration: a small, warm diagonal pattern from the simulator, one
 // frame per pulse of the trigger's generator.
 constexpr const char* kDemoSettings[] = {
@@ -209,15 +204,21 @@ void demo(Session& s, const std::string& folder, int frames) {
     };
     const AcquireResult acquired = acquire(s, options);
     s.set("FG_TRIGGERSTATE", "TS_SYNC_STOP");
+    const auto stopIfInterrupted = [&] {
+        if (interruptSignal() != 0) throw Interrupted(interruptSignal(), acquired.files.size(), folder);
+    };
     std::printf("  trigger stopped; pulses counted: %s\n", s.value("FG_TRIGGEROUT_STATS_PULSECOUNT").c_str());
 
     const std::filesystem::path dir(folder);
     const std::string config = (dir / "pelagon-demo.mcf").string();
     const std::string xml = (dir / "pelagon.xml").string();
     const std::string lut = (dir / "pelagon-demo.lut").string();
-    g.saveConfig(config);
-    writeFile(xml, g.xml());
-    s.set("FG_LUT_SAVE_FILE", lut);
+    stopIfInterrupted();
+    s.saveConfig(config);
+    stopIfInterrupted();
+    writeWholeFile(xml, g.xml());
+    stopIfInterrupted();
+    s.saveLut(lut);
 
     std::printf("\nfiles in %s\n", std::filesystem::absolute(dir).lexically_normal().c_str());
     for (const std::string& f : acquired.files) std::printf("  %s\n", f.c_str());
@@ -314,6 +315,7 @@ int run(int argc, char** argv) {
     }
 
     Session s(global);
+    if (*demoCommand || *acquireCommand) catchInterrupts();
     if (*demoCommand) {
         demo(s, demoFolder, demoFrames);
         s.finish();
@@ -337,7 +339,7 @@ int run(int argc, char** argv) {
             std::printf("%s = %s\n", p.name.c_str(), s.value(p).c_str());
         }
     } else if (*configSave) {
-        g.saveConfig(file);
+        s.saveConfig(file);
         std::printf("configuration saved to %s\n", file.c_str());
     } else if (*configLoad) {
         g.loadConfig(file);
@@ -347,11 +349,11 @@ int run(int argc, char** argv) {
         if (output.empty()) {
             std::fwrite(text.data(), 1, text.size(), stdout);
         } else {
-            writeFile(output, text);
+            writeWholeFile(output, text);
             std::printf("XML description of port %d written to %s (%zu bytes)\n", port, output.c_str(), text.size());
         }
     } else if (*lutSave) {
-        s.set("FG_LUT_SAVE_FILE", file);
+        s.saveLut(file);
         std::printf("lookup tables saved to %s\n", file.c_str());
     } else if (*lutLoad) {
         // The file is read when the type is "User file" and the name is set.
@@ -385,9 +387,28 @@ int run(int argc, char** argv) {
 }  // namespace
 }  // namespace pelagon_tool
 
-int main(int argc, char** argv) {
+namespace pelagon_tool {
+namespace {
+
+// What was printed must have arrived: a full disk or a closed pipe behind
+// standard output is a failure like any other.
+int checkedOutput(int status) {
+    int error = std::fflush(stdout) == 0 ? 0 : errno;
+    if (error == 0 && !std::ferror(stdout)) return status;
+    if (error == 0) {
+        // An earlier write failed and its errno is gone: one byte more finds it.
+        error = ::write(STDOUT_FILENO, "\n", 1) == 1 ? EIO : errno;
+    }
+    std::fprintf(stderr, "pelagon: cannot write to standard output: %s\n", errnoText(error).c_str());
+    return status == 0 ? kFailure : status;
+}
+
+int runReported(int argc, char** argv) {
     try {
         return pelagon_tool::run(argc, argv);
+    } catch (const pelagon_tool::Interrupted& e) {
+        std::fprintf(stderr, "pelagon: %s\n", e.what());
+        return pelagon_tool::interruptStatus(e.signal);
     } catch (const vboard::Error& e) {
         pelagon_tool::report(e);
     } catch (const pelagon_tool::UsageError& e) {
@@ -401,4 +422,11 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "pelagon: unexpected failure\n");
     }
     return pelagon_tool::kFailure;
+}
+
+}  // namespace
+}  // namespace pelagon_tool
+
+int main(int argc, char** argv) {
+    return pelagon_tool::checkedOutput(pelagon_tool::runReported(argc, argv));
 }

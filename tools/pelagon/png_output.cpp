@@ -8,6 +8,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "safe_file.h"
+
 namespace pelagon_tool {
 
 namespace {
@@ -21,11 +23,13 @@ void put16(uint8_t* out, uint32_t v) {
 // message is kept for the exception thrown once control is back in C++.
 struct WriteState {
     char message[256] = "";
+    int error = 0;  // errno when libpng gave up, for a failed write
     jmp_buf jump;
 };
 
 void onPngError(png_structp png, png_const_charp message) {
     auto* state = static_cast<WriteState*>(png_get_error_ptr(png));
+    state->error = errno;
     std::snprintf(state->message, sizeof state->message, "%s", message ? message : "libpng error");
     longjmp(state->jump, 1);
 }
@@ -118,13 +122,15 @@ void writePng(const std::string& path, const PngImage& image) {
     std::vector<png_bytep> rows(image.height);
     for (uint32_t y = 0; y < image.height; ++y) rows[y] = const_cast<png_bytep>(image.rgb.data() + rowBytes * y);
 
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (!file) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+    TempFile file(path);
     WriteState state;
-    const bool encoded = encode(file, image, rows.data(), state);
-    const bool closed = std::fclose(file) == 0;
-    if (!encoded) throw std::runtime_error("cannot write " + path + ": " + state.message);
-    if (!closed) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+    errno = 0;
+    if (!encode(file.stream(), image, rows.data(), state)) {
+        // A failed write names its cause ("no space left on device").
+        if (state.error != 0) file.failErrno(state.error);
+        file.fail(state.message);
+    }
+    file.commit();
 }
 
 }  // namespace pelagon_tool

@@ -2,7 +2,9 @@
 
 #include <cctype>
 #include <cstdio>
+#include <filesystem>
 
+#include "safe_file.h"
 
 namespace pelagon_tool {
 
@@ -29,7 +31,47 @@ void Session::applyGlobalOptions() {
 }
 
 void Session::finish() {
-    if (!options_.saveConfig.empty()) grabber_.saveConfig(options_.saveConfig);
+    if (!options_.saveConfig.empty()) saveConfig(options_.saveConfig);
+}
+
+namespace {
+
+std::string lastLine(const std::string& text) {
+    if (text.empty() || text.back() != '\n') return "";
+    const std::size_t start = text.find_last_of('\n', text.size() - 2);
+    return text.substr(start == std::string::npos ? 0 : start + 1, text.size() - 1 - (start + 1));
+}
+
+}  // namespace
+
+void Session::saveConfig(const std::string& path) {
+    // The header and a last key line ending in ";" : a file cut short by a
+    // full disk ends inside a line or has no keys at all.
+    writeByName(
+        path, [this](const std::string& temp) { grabber_.saveConfig(temp); },
+        [](std::string& text) {
+            const std::string last = lastLine(text);
+            return text.find("Hersteller=") != std::string::npos && text.find("[Port A]") != std::string::npos &&
+                   last.size() > 1 && last.back() == ';' && last.find('=') != std::string::npos;
+        });
+}
+
+void Session::saveLut(const std::string& path) {
+    const std::string target = std::filesystem::absolute(path).string();
+    std::string stored;
+    writeByName(
+        target,
+        [&](const std::string& temp) {
+            grabber_.setText(grabber_.id("FG_LUT_SAVE_FILE"), temp);
+            stored = temp;
+        },
+        [](std::string& text) {
+            // Three tables, the last one ending with its last entry.
+            return text.find("[blue]") != std::string::npos && lastLine(text).rfind("4095,", 0) == 0 &&
+                   lastLine(text).back() == ';';
+        });
+    lutTemp_ = stored;
+    lutFinal_ = target;
 }
 
 vboard::ParameterInfo Session::parameter(const std::string& nameOrId) const {
@@ -46,7 +88,13 @@ void Session::assign(const std::string& assignment) {
 }
 
 void Session::set(const std::string& name, const std::string& value) {
-    grabber_.setText(parameter(name).id, value);
+    const vboard::ParameterInfo p = parameter(name);
+    // Absolute names, so that a configuration saved with them finds the same
+    // tables when loaded from another folder.
+    if (p.name == "FG_LUT_SAVE_FILE" && !value.empty()) return saveLut(value);
+    if (p.name == "FG_LUT_CUSTOM_FILE" && !value.empty())
+        return grabber_.setText(p.id, std::filesystem::absolute(value).string());
+    grabber_.setText(p.id, value);
 }
 
 std::string formatNumber(double v) {
@@ -59,7 +107,10 @@ std::string Session::value(const vboard::ParameterInfo& p, bool allElements) con
     switch (p.format) {
         case REG_FORMAT_DOUBLE:
         case REG_FORMAT_FLOAT: return formatNumber(grabber_.get<double>(p.id));
-        case REG_FORMAT_STRING: return utf8(grabber_.getText(p.id));
+        case REG_FORMAT_STRING: {
+            const std::string text = grabber_.getText(p.id);
+            return utf8(!lutTemp_.empty() && text == lutTemp_ ? lutFinal_ : text);
+        }
         case REG_FORMAT_UINTFIELD:
         case REG_FORMAT_DOUBLEFIELD: {
             // Appended piece by piece: GCC 12 at -O3 mistakes a literal-first

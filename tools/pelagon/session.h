@@ -50,6 +50,11 @@ public:
     // --save-config, when given.
     void finish();
 
+    // The configuration and the lookup tables saved whole or not at all (see
+    // safe_file.h), each checked by reading it back.
+    void saveConfig(const std::string& path);
+    void saveLut(const std::string& path);
+
     // A parameter by SDK name (FG_WIDTH) or by decimal id (700).
     vboard::ParameterInfo parameter(const std::string& nameOrId) const;
     // NAME=VALUE with the value as text (enumeration symbols or names, numbers).
@@ -71,6 +76,11 @@ private:
     GlobalOptions options_;
     std::string path_;
     vboard::Grabber grabber_;
+    // The applet keeps the name FG_LUT_SAVE_FILE was set to, and setting it
+    // writes the file again, so after a save it holds the temporary name.
+    // The configuration file does not store that name; the tool shows the
+    // final one in its place.
+    std::string lutTemp_, lutFinal_;
 };
 
 }  // namespace pelagon_tool
