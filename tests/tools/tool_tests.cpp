@@ -241,3 +241,126 @@ TEST_F(ToolTest, DemoCompletesAndSaysWhereItsFilesWent) {
 }
 
 }  // namespace
+
+// Runs the tool from a bash script ($0 the tool, "$@" its arguments) that
+// sets a file size limit, changes the folder or sends a signal. The script is
+// passed in single quotes: it must hold none.
+class ToolInShellTest : public ToolTest {
+protected:
+    ProcessOutcome shell(const std::string& script, const std::vector<std::string>& args) const {
+        std::vector<std::string> all = {"-c", script, PELAGON_TOOL_PATH};
+        all.insert(all.end(), args.begin(), args.end());
+        return ScratchFolder::run("/bin/bash", all);
+    }
+    std::vector<std::string> leftovers() const {  // temporary files, anywhere below the folder
+        std::vector<std::string> found;
+        for (const auto& e : fs::recursive_directory_iterator(dir))
+            if (e.path().filename().string().rfind(".", 0) == 0 && e.path().filename() != ".stdout" &&
+                e.path().filename() != ".stderr")
+                found.push_back(e.path().string());
+        return found;
+    }
+};
+
+const std::vector<std::string> kSmallFastSimulator = {
+    "FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR", "FG_CAMERASIMULATOR_WIDTH=64", "FG_CAMERASIMULATOR_HEIGHT=32",
+    "FG_WIDTH=64", "FG_HEIGHT=32", "FG_CAMERASIMULATOR_FRAMERATE=1000"};
+
+// A write that fails half way (a file size limit, SIGXFSZ ignored so that
+// writes fail with EFBIG) or cannot start (a folder that is a regular file):
+// exit 1 naming the cause, the old file as it was, no temporary file left.
+TEST_F(ToolInShellTest, FailedWritesLeaveTheOldFileAndNameTheCause) {
+    write("plain", "a regular file");
+    const struct {
+        int limitKiB;  // 0: no limit
+        std::string target;
+        std::vector<std::string> args;  // the target is appended
+        std::string cause;
+    } cases[] = {
+        {1, "c.mcf", {"config", "save"}, "file too large"},
+        {1, "c.mcf", {"info", "--save-config"}, "file too large"},
+        {8, "x.xml", {"xml", "-o"}, "file too large"},
+        {40, "t.lut", {"--set", "FG_PROCESSING_INVERT=FG_ON", "lut", "save"}, "file too large"},
+        {40, "t.lut", {"--set", "FG_LUT_SAVE_FILE"}, "file too large"},  // "=target info" follows
+        {8, "f/frame-0001.png", {"--set", "FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR", "acquire", "-o"},
+         "file too large"},
+        {0, "plain/c.mcf", {"config", "save"}, "not a directory"},
+        {0, "plain/t.lut", {"lut", "save"}, "not a directory"},
+        {0, "plain/x.xml", {"xml", "-o"}, "not a directory"},
+    };
+    fs::create_directory(path("f"));
+    for (const auto& c : cases) {
+        const bool existing = c.target.rfind("plain/", 0) != 0;
+        if (existing) write(c.target, "old");
+        std::vector<std::string> args = c.args;
+        if (args.back() == "FG_LUT_SAVE_FILE") {
+            args.back() += "=" + path(c.target);
+            args.push_back("info");
+        } else {
+            args.push_back(c.target.rfind("f/", 0) == 0 ? path("f") : path(c.target));
+        }
+        const std::string limit = c.limitKiB ? "ulimit -f " + std::to_string(c.limitKiB) + "; " : "";
+        const ProcessOutcome r = shell("trap \"\" XFSZ; " + limit + "exec \"$0\" \"$@\"", args);
+        SCOPED_TRACE(::testing::PrintToString(args) + "\n" + r.err);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_NE(r.err.find(c.cause), std::string::npos);
+        if (existing) {
+            EXPECT_EQ(read(c.target), "old");
+        }
+        EXPECT_EQ(leftovers(), std::vector<std::string>{});
+    }
+    // A failed acquisition takes back the folders it made.
+    EXPECT_EQ(run({"acquire", "-o", path("new/deeper")}).status, 1);
+    EXPECT_FALSE(fs::exists(path("new")));
+}
+
+TEST_F(ToolInShellTest, FailedStandardOutputIsAFailure) {
+    const std::string config = path("c.mcf");
+    ASSERT_EQ(run({"config", "save", config}).status, 0);
+    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+             {"info"}, {"params"}, {"xml"}, {"get", "FG_WIDTH"}, {"set", "FG_WIDTH=640"}, {"config", "load", config}}) {
+        const ProcessOutcome r = shell("exec \"$0\" \"$@\" >/dev/full", args);
+        EXPECT_EQ(r.status, 1) << args[0];
+        EXPECT_NE(r.err.find("no space left on device"), std::string::npos) << args[0] << ": " << r.err;
+    }
+}
+
+// Signals at a few moments after the first frame of a long acquisition: the
+// exit status tells which, and every file there is a whole PNG.
+TEST_F(ToolInShellTest, SignalsEndAnAcquisitionWithWholeFiles) {
+    const std::string folder = path("frames");
+    for (const char* signal : {"INT", "TERM"}) {
+        for (const char* delay : {"0", "0.05", "0.3"}) {
+            SCOPED_TRACE(std::string(signal) + " after " + delay + " s");
+            fs::remove_all(folder);
+            const std::string script = std::string("\"$0\" \"$@\" & for i in $(seq 500); do [ -e \"") + folder +
+                                       "/frame-0001.png\" ] && break; sleep 0.01; done; sleep " + delay + "; kill -" +
+                                       signal + " $!; wait $!";
+            const ProcessOutcome r = shell(script, withSettings(kSmallFastSimulator, {"acquire", "-n", "1000", "-o", folder}));
+            EXPECT_EQ(r.status, std::string(signal) == "INT" ? 130 : 143) << r.err;
+            EXPECT_NE(r.err.find("interrupted after "), std::string::npos) << r.err;
+            EXPECT_EQ(leftovers(), std::vector<std::string>{});
+            std::size_t files = 0;
+            for (const auto& e : fs::directory_iterator(folder)) {
+                ++files;
+                EXPECT_EQ(readPng(e.path().string()).rows.size(), 32u) << e.path();
+            }
+            EXPECT_GT(files, 0u);
+            EXPECT_LT(files, 1000u);
+            EXPECT_NE(r.err.find("interrupted after " + std::to_string(files) + " frames"), std::string::npos);
+        }
+    }
+}
+
+// Names given relative to one folder still find the tables from another.
+TEST_F(ToolInShellTest, LookupTableNamesSurviveAConfigurationLoadedElsewhere) {
+    fs::create_directories(path("a"));
+    fs::create_directories(path("b"));
+    const std::string inA = "cd \"" + path("a") + "\" && exec \"$0\" \"$@\"";
+    ASSERT_EQ(shell(inA, {"--set", "FG_PROCESSING_INVERT=FG_ON", "lut", "save", "inv.lut"}).status, 0);
+    ASSERT_EQ(shell(inA, {"--save-config", "c.mcf", "lut", "load", "inv.lut"}).status, 0);
+    const ProcessOutcome r =
+        shell("cd \"" + path("b") + "\" && exec \"$0\" \"$@\"", {"--config", "../a/c.mcf", "get", "FG_LUT_VALUE_GREEN"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.rfind("FG_LUT_VALUE_GREEN = 4095 4094 4093 ", 0), 0u) << r.out.substr(0, 80);
+}
