@@ -15,6 +15,18 @@
 
 namespace pelagon_tool {
 
+namespace {
+
+// Read before main, while no other thread can create a file under the
+// momentary zero mask that reading it takes.
+const mode_t processUmask = [] {
+    const mode_t mask = umask(0);
+    umask(mask);
+    return mask;
+}();
+
+}  // namespace
+
 std::string errnoText(int error) {
     std::string text = std::strerror(error);
     if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
@@ -32,9 +44,7 @@ TempFile::TempFile(std::string target) : target_(std::move(target)) {
     if (fd < 0) failErrno(errno);
     temp_ = name.data();
     // mkstemp makes the file 0600; a finished file gets the usual rights.
-    const mode_t mask = umask(0);
-    umask(mask);
-    fchmod(fd, 0666 & ~mask);
+    fchmod(fd, 0666 & ~processUmask);
     stream_ = fdopen(fd, "wb");
     if (!stream_) {
         const int error = errno;
