@@ -37,7 +37,11 @@ TempFile::TempFile(std::string target) : target_(std::move(target)) {
     const std::filesystem::path t(target_);
     if (t.filename().empty()) fail("the name is a folder");
     const std::filesystem::path folder = t.parent_path().empty() ? std::filesystem::path(".") : t.parent_path();
-    std::string pattern = (folder / ("." + t.filename().string() + ".XXXXXX")).string();
+    // Appended piece by piece: GCC 12 at -O3 mistakes a literal-first
+    // concatenation for an overlapping copy (-Wrestrict).
+    std::string hidden(1, '.');
+    hidden.append(t.filename().string()).append(".XXXXXX");
+    const std::string pattern = (folder / hidden).string();
     std::vector<char> name(pattern.begin(), pattern.end());
     name.push_back('\0');
     const int fd = mkstemp(name.data());
