@@ -78,6 +78,31 @@ TEST_F(ToolTest, FailuresNameTheErrorNumberAndItsMeaning) {
     }
 }
 
+TEST_F(ToolTest, RefusalsSayWhatIsAllowedAndWhatStandsInTheWay) {
+    const std::string text = write("text.lut", "just some words\n");
+    const struct {
+        std::vector<std::string> args;
+        std::vector<std::string> said;
+    } refusals[] = {
+        {{"set", "FG_SCALINGFACTOR_RED=5"}, {"allowed: 0 .. 3.99"}},
+        {{"set", "FG_WIDTH=40"}, {"-7080", "allowed: 32 .. 16384 in steps of 16"}},
+        {{"set", "FG_FORMAT=77"}, {"one of FG_COL24=2, FG_COL30=5, FG_COL48=6"}},
+        // Inside the power-on limits, but the other parameter's value narrows them.
+        {{"set", "FG_WIDTH=16384", "FG_XOFFSET=16"},
+         {"allowed: 0 .. 0", "FG_WIDTH (now 16384)", "FG_XOFFSET plus FG_WIDTH must fit within 16384"}},
+        {{"set", "FG_XOFFSET=16", "FG_WIDTH=16384"}, {"allowed: 32 .. 16368", "FG_XOFFSET (now 16)"}},
+        {{"lut", "load", text}, {"not a lookup-table file"}},
+        {{"lut", "load", dir.string()}, {"cannot be read: it is a folder"}},
+    };
+    for (const auto& refusal : refusals) {
+        const ProcessOutcome r = run(refusal.args);
+        SCOPED_TRACE(::testing::PrintToString(refusal.args) + "\n" + r.err);
+        EXPECT_EQ(r.status, 1);
+        for (const std::string& part : refusal.said) EXPECT_NE(r.err.find(part), std::string::npos) << part;
+        EXPECT_EQ(r.err.find("read or written"), std::string::npos);
+    }
+}
+
 TEST_F(ToolTest, SetAcceptsSymbolsAndGetReadsByNameAndId) {
     ProcessOutcome r = run({"set", "FG_FORMAT=FG_COL48", "700=FG_COL30", "FG_WIDTH=640"});
     EXPECT_EQ(r.status, 0) << r.err;

@@ -356,9 +356,7 @@ int run(int argc, char** argv) {
         s.saveLut(file);
         std::printf("lookup tables saved to %s\n", file.c_str());
     } else if (*lutLoad) {
-        // The file is read when the type is "User file" and the name is set.
-        s.set("FG_LUT_TYPE", "LUT_TYPE_CUSTOM");
-        s.set("FG_LUT_CUSTOM_FILE", file);
+        s.loadLut(file);
         std::printf("lookup tables loaded from %s\n", file.c_str());
     } else if (*acquireCommand) {
         AcquireOptions options;

@@ -1,8 +1,13 @@
 #include "session.h"
 
 #include <cctype>
+#include <cerrno>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "safe_file.h"
 
@@ -94,7 +99,120 @@ void Session::set(const std::string& name, const std::string& value) {
     if (p.name == "FG_LUT_SAVE_FILE" && !value.empty()) return saveLut(value);
     if (p.name == "FG_LUT_CUSTOM_FILE" && !value.empty())
         return grabber_.setText(p.id, std::filesystem::absolute(value).string());
-    grabber_.setText(p.id, value);
+    try {
+        grabber_.setText(p.id, value);
+    } catch (const vboard::Error& e) {
+        if (e.code() != -6000 && e.code() != -7080) throw;
+        throw vboard::Error(std::string(e.what()) + "; " + refusalReason(grabber_, path_, p, value), e.code());
+    }
+}
+
+void Session::loadLut(const std::string& path) {
+    std::error_code ec;
+    if (std::filesystem::is_directory(path, ec)) throw std::runtime_error(path + " cannot be read: it is a folder");
+    if (std::filesystem::exists(path, ec)) {
+        std::ifstream in(path, std::ios::binary);
+        std::ostringstream text;
+        text << in.rdbuf();
+        if (!in) throw std::runtime_error(path + " cannot be read: " + errnoText(errno));
+        const std::string t = text.str();
+        if (t.find("[red]") == std::string::npos && t.find("[green]") == std::string::npos &&
+            t.find("[blue]") == std::string::npos)
+            throw std::runtime_error(path + " is not a lookup-table file: it has no [red], [green] or [blue] table");
+    }
+    // The file is read when the type is "User file" and the name is set.
+    set("FG_LUT_TYPE", "LUT_TYPE_CUSTOM");
+    try {
+        set("FG_LUT_CUSTOM_FILE", path);
+    } catch (const vboard::Error& e) {
+        if (e.code() != -5001) throw;
+        throw vboard::Error(path + " is not a lookup-table file the applet can read: error -5001", e.code());
+    }
+}
+
+namespace {
+
+bool integral(const vboard::ParameterInfo& p) {
+    return p.format != REG_FORMAT_DOUBLE && p.format != REG_FORMAT_FLOAT && p.format != REG_FORMAT_DOUBLEFIELD &&
+           std::fabs(p.maximum) < 9007199254740992.0;
+}
+
+std::string bound(const vboard::ParameterInfo& p, double v) {
+    return integral(p) ? std::to_string(static_cast<long long>(v)) : formatNumber(v);
+}
+
+bool numeric(const vboard::ParameterInfo& p) {
+    return p.format == REG_FORMAT_UINT || p.format == REG_FORMAT_INT || p.format == REG_FORMAT_UINT64 ||
+           p.format == REG_FORMAT_INT64 || p.format == REG_FORMAT_DOUBLE || p.format == REG_FORMAT_FLOAT;
+}
+
+bool sameLimits(const vboard::ParameterInfo& a, const vboard::ParameterInfo& b) {
+    return a.minimum == b.minimum && a.maximum == b.maximum;
+}
+
+// Of the parameters whose values differ between `board` and `probe` (an
+// instance at its defaults), those that move p's limits on the probe when
+// given the board's value.
+std::string narrowedBy(const vboard::Grabber& board, vboard::Grabber& probe, const vboard::ParameterInfo& now,
+                       const vboard::ParameterInfo& initial) {
+    std::string out;
+    for (const vboard::ParameterInfo& q : board.parameters()) {
+        if (q.id == now.id || !q.writable() || (!numeric(q) && q.format != REG_FORMAT_ENUM)) continue;
+        std::string current, initialValue;
+        try {
+            current = board.getText(q.id);
+            initialValue = probe.getText(q.id);
+            if (current == initialValue) continue;
+            probe.setText(q.id, current);
+        } catch (const vboard::Error&) {
+            continue;
+        }
+        if (!sameLimits(probe.parameter(now.id), initial)) {
+            out += out.empty() ? "; the limits move with " : "; and with ";
+            out += q.name + " (now " + current + ")";
+            // A shared budget: the two maxima add up to the same total.
+            const double q0 = std::strtod(initialValue.c_str(), nullptr), q1 = std::strtod(current.c_str(), nullptr);
+            if (initial.maximum + q0 == now.maximum + q1)
+                out += ": " + now.name + " plus " + q.name + " must fit within " + bound(now, initial.maximum + q0);
+        }
+        try {
+            probe.setText(q.id, initialValue);
+        } catch (const vboard::Error&) {
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+std::string allowedValues(const vboard::ParameterInfo& p) {
+    if (p.format == REG_FORMAT_ENUM) {
+        std::string values;
+        for (const vboard::ParameterInfo::Entry& e : p.entries)
+            values += (values.empty() ? "" : ", ") + (e.symbol.empty() ? "\"" + e.displayName + "\"" : e.symbol) + "=" +
+                      std::to_string(e.value);
+        return "one of " + values;
+    }
+    if (!numeric(p) || (p.minimum == 0 && p.maximum == 0 && p.step == 0)) return "";
+    std::string out = bound(p, p.minimum) + " .. " + bound(p, p.maximum);
+    // The smallest double step means "any value".
+    if (p.step > 1e-12 && p.step != 1) out += " in steps of " + formatNumber(p.step);
+    return out;
+}
+
+std::string refusalReason(const vboard::Grabber& board, const std::string& appletPath, const vboard::ParameterInfo& p,
+                          const std::string& value) {
+    const vboard::ParameterInfo now = board.parameter(p.id);
+    const std::string allowed = allowedValues(now);
+    std::string out = allowed.empty() ? "" : "allowed: " + allowed;
+    char* end = nullptr;
+    const double v = std::strtod(value.c_str(), &end);
+    if (!numeric(now) || value.empty() || *end != '\0') return out;
+    vboard::Grabber probe(appletPath);
+    const vboard::ParameterInfo initial = probe.parameter(p.id);
+    const bool onStep = initial.step <= 1e-12 || std::fabs(std::remainder(v - initial.minimum, initial.step)) < 1e-9;
+    if (v < initial.minimum || v > initial.maximum || !onStep || sameLimits(now, initial)) return out;
+    return out + " (" + allowedValues(initial) + " at power-on)" + narrowedBy(board, probe, now, initial);
 }
 
 std::string formatNumber(double v) {

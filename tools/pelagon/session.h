@@ -3,6 +3,7 @@
 // reading and writing its parameters.
 #pragma once
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -41,6 +42,17 @@ std::string formatNumber(double v);
 // Latin-1 text of the catalogue (units such as "µs") as UTF-8.
 std::string utf8(const std::string& latin1);
 
+// What a parameter takes, from its published description: "32 .. 16384 in
+// steps of 16", "one of FG_GRAY=0, FG_COL24=2, ..." ("" for strings).
+std::string allowedValues(const vboard::ParameterInfo& p);
+
+// Why `board` refused `value` for `p`: what is allowed now and, when the
+// value fits the limits the parameter has at power-on but not the ones it
+// has now, the parameters whose current values narrowed them. `appletPath`
+// names the library of a second instance, at its defaults, to compare with.
+std::string refusalReason(const vboard::Grabber& board, const std::string& appletPath, const vboard::ParameterInfo& p,
+                          const std::string& value);
+
 class Session {
 public:
     explicit Session(const GlobalOptions& options);
@@ -54,6 +66,10 @@ public:
     // safe_file.h), each checked by reading it back.
     void saveConfig(const std::string& path);
     void saveLut(const std::string& path);
+    // Lookup tables from a file (type "User file"); a file that is not one
+    // is named as such rather than left to the applet, which keeps its
+    // tables for text it does not understand.
+    void loadLut(const std::string& path);
 
     // A parameter by SDK name (FG_WIDTH) or by decimal id (700).
     vboard::ParameterInfo parameter(const std::string& nameOrId) const;
