@@ -103,6 +103,64 @@ TEST_F(ToolTest, RefusalsSayWhatIsAllowedAndWhatStandsInTheWay) {
     }
 }
 
+// A saved configuration with one line replaced (or removed, for an empty
+// replacement).
+std::string edited(const std::string& saved, const std::string& line, const std::string& replacement) {
+    std::string text = saved;
+    const std::size_t at = text.find(line + "\n");
+    if (at != std::string::npos) text.replace(at, line.size() + 1, replacement.empty() ? "" : replacement + "\n");
+    return text;
+}
+
+TEST_F(ToolTest, ConfigCheckNamesLineKeyAndErrorOfEachBadValue) {
+    ASSERT_EQ(run({"config", "save", path("good.mcf")}).status, 0);
+    const std::string saved = read("good.mcf");
+    const struct {
+        std::string name, line, replacement;
+        std::vector<std::string> said;
+    } files[] = {
+        {"step.mcf", "FG_WIDTH=1024;", "FG_WIDTH=641;", {":14: FG_WIDTH=641: refused: -7080", "in steps of 16"}},
+        {"text.mcf", "FG_WIDTH=1024;", "FG_WIDTH=abc;", {":14: FG_WIDTH=abc: malformed: -2070", "uint32"}},
+        {"huge.mcf", "FG_WIDTH=1024;", "FG_WIDTH=99999999999;", {":14: FG_WIDTH=99999999999: malformed"}},
+        {"enum.mcf", "FG_FORMAT=2;", "FG_FORMAT=77;", {":18: FG_FORMAT=77: refused: -6000", "FG_COL48=6"}},
+        {"gone.mcf", "FG_HEIGHT=1024;", "", {"FG_HEIGHT: missing"}},
+        {"cut.mcf", "", "", {":31: FG_CAMERASIMULATOR_FRAMERATE=10.00: malformed", "56 more keys missing"}},
+    };
+    for (const auto& f : files) {
+        write(f.name, f.line.empty() ? saved.substr(0, 700) : edited(saved, f.line, f.replacement));
+        const ProcessOutcome r = run({"config", "check", path(f.name)});
+        SCOPED_TRACE(f.name + "\n" + r.err);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_NE(r.out.find("warnings"), std::string::npos);
+        for (const std::string& part : f.said) EXPECT_NE(r.err.find(part), std::string::npos) << part;
+    }
+    EXPECT_EQ(run({"config", "check", path("good.mcf")}).status, 0);
+
+    // Loading warns the same way, then says what the board took; --strict refuses.
+    ProcessOutcome r = run({"--config", path("step.mcf"), "get", "FG_HEIGHT"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("step.mcf:14: FG_WIDTH=641: refused"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("after the load FG_WIDTH = 641"), std::string::npos) << r.err;
+    r = run({"--strict", "config", "load", path("step.mcf")});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("--strict"), std::string::npos) << r.err;
+
+    // CRLF line ends: read as text, the user's file untouched.
+    std::string crlf;
+    for (const char c : edited(saved, "FG_WIDTH=1024;", "FG_WIDTH=640;"))
+        crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    write("crlf.mcf", crlf);
+    r = run({"--config", path("crlf.mcf"), "get", "FG_WIDTH"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "FG_WIDTH = 640\n");
+    EXPECT_NE(r.err.find("CRLF line ends"), std::string::npos);
+    EXPECT_EQ(read("crlf.mcf"), crlf);
+
+    r = run({"config", "load", dir.string()});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("is a folder"), std::string::npos) << r.err;
+}
+
 TEST_F(ToolTest, SetAcceptsSymbolsAndGetReadsByNameAndId) {
     ProcessOutcome r = run({"set", "FG_FORMAT=FG_COL48", "700=FG_COL30", "FG_WIDTH=640"});
     EXPECT_EQ(r.status, 0) << r.err;

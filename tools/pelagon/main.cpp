@@ -19,6 +19,7 @@
 
 #include "acquisition.h"
 #include "applet_info.h"
+#include "config_check.h"
 #include "safe_file.h"
 #include "session.h"
 
@@ -53,22 +54,6 @@ void showInfo(Session& s) {
     std::printf("applet id    %s\n", s.value("FG_APPLET_ID").c_str());
     std::printf("sensors      FPGA %s \u00B0C, board power %s W\n",
                 s.value("FG_SYSTEMMONITOR_FPGA_TEMPERATURE").c_str(), s.value("FG_SYSTEMMONITOR_BOARD_POWER").c_str());
-}
-
-std::string typeName(const vboard::ParameterInfo& p) {
-    switch (p.format) {
-        case REG_FORMAT_UINT: return "uint32";
-        case REG_FORMAT_INT: return "int32";
-        case REG_FORMAT_UINT64: return "uint64";
-        case REG_FORMAT_INT64: return "int64";
-        case REG_FORMAT_DOUBLE: return "double";
-        case REG_FORMAT_FLOAT: return "float";
-        case REG_FORMAT_ENUM: return "enum";
-        case REG_FORMAT_STRING: return "string";
-        case REG_FORMAT_UINTFIELD: return "uint32[" + std::to_string(p.elements) + "]";
-        case REG_FORMAT_DOUBLEFIELD: return "double[" + std::to_string(p.elements) + "]";
-        default: return "format " + std::to_string(static_cast<int>(p.format));
-    }
 }
 
 std::string accessName(int access) {
@@ -251,6 +236,7 @@ int run(int argc, char** argv) {
     app.add_option("--set", global.sets, "NAME=VALUE (or ID=VALUE) applied after --config, in order; repeatable")
         ->allow_extra_args(false)
         ->type_name("NAME=VALUE");
+    app.add_flag("--strict", global.strict, "a configuration with warnings is refused (exit status 1)");
     app.add_option("--save-config", global.saveConfig, "save the configuration after the command")->type_name("FILE");
 
     auto* info = app.add_subcommand("info", "what the applet says about itself and the board");
@@ -271,6 +257,9 @@ int run(int argc, char** argv) {
     configSave->add_option("FILE", file)->required();
     auto* configLoad = config->add_subcommand("load", "load a configuration (combine with --save-config)");
     configLoad->add_option("FILE", file)->required();
+    auto* configCheck = config->add_subcommand(
+        "check", "name every key the applet would refuse, miss or not read (exit status 1 with warnings)");
+    configCheck->add_option("FILE", file)->required();
 
     int port = 0;
     std::string output;
@@ -314,6 +303,15 @@ int run(int argc, char** argv) {
         return kUsage;
     }
 
+    if (*configCheck) {
+        const ConfigCheck check = checkConfig(global.applet.empty() ? vboard::defaultAppletPath() : global.applet, file);
+        printIssues(check);
+        if (check.issues.empty())
+            std::printf("%s: no warnings\n", file.c_str());
+        else
+            std::printf("%s: %zu warnings\n", file.c_str(), check.issues.size());
+        return check.issues.empty() ? 0 : kFailure;
+    }
     Session s(global);
     if (*demoCommand || *acquireCommand) catchInterrupts();
     if (*demoCommand) {
@@ -342,7 +340,7 @@ int run(int argc, char** argv) {
         s.saveConfig(file);
         std::printf("configuration saved to %s\n", file.c_str());
     } else if (*configLoad) {
-        g.loadConfig(file);
+        s.loadConfig(file);
         std::printf("configuration loaded from %s\n", file.c_str());
     } else if (*xml) {
         const std::string text = g.xml(port);

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "config_check.h"
 #include "safe_file.h"
 
 namespace pelagon_tool {
@@ -31,8 +32,35 @@ Session::Session(const GlobalOptions& options)
     : options_(options), path_(options.applet.empty() ? vboard::defaultAppletPath() : options.applet), grabber_(path_) {}
 
 void Session::applyGlobalOptions() {
-    if (!options_.config.empty()) grabber_.loadConfig(options_.config);
+    if (!options_.config.empty()) loadConfig(options_.config);
     for (const std::string& assignment : options_.sets) assign(assignment);
+}
+
+void Session::loadConfig(const std::string& path) {
+    const ConfigCheck check = checkConfig(path_, path);
+    printIssues(check);
+    if (options_.strict && !check.issues.empty())
+        throw std::runtime_error(path + ": " + std::to_string(check.issues.size()) +
+                                 " warnings, and --strict refuses a configuration with warnings");
+    if (check.crlf) {
+        // The applet reads LF line ends only: it gets a copy with them.
+        TempFile copy((std::filesystem::temp_directory_path() / "pelagon-config.mcf").string());
+        copy.write(check.text);
+        copy.closeStream();
+        grabber_.loadConfig(copy.path());
+    } else {
+        grabber_.loadConfig(path);
+    }
+    for (const ConfigIssue& i : check.issues) {
+        if (i.kind == "unknown key") continue;
+        std::string now;
+        try {
+            now = value(i.key);
+        } catch (const vboard::Error& e) {
+            now = "(unreadable: error " + std::to_string(e.code()) + ")";
+        }
+        std::fprintf(stderr, "pelagon: %s: after the load %s = %s\n", path.c_str(), i.key.c_str(), now.c_str());
+    }
 }
 
 void Session::finish() {
@@ -184,6 +212,22 @@ std::string narrowedBy(const vboard::Grabber& board, vboard::Grabber& probe, con
 }
 
 }  // namespace
+
+std::string typeName(const vboard::ParameterInfo& p) {
+    switch (p.format) {
+        case REG_FORMAT_UINT: return "uint32";
+        case REG_FORMAT_INT: return "int32";
+        case REG_FORMAT_UINT64: return "uint64";
+        case REG_FORMAT_INT64: return "int64";
+        case REG_FORMAT_DOUBLE: return "double";
+        case REG_FORMAT_FLOAT: return "float";
+        case REG_FORMAT_ENUM: return "enum";
+        case REG_FORMAT_STRING: return "string";
+        case REG_FORMAT_UINTFIELD: return "uint32[" + std::to_string(p.elements) + "]";
+        case REG_FORMAT_DOUBLEFIELD: return "double[" + std::to_string(p.elements) + "]";
+        default: return "format " + std::to_string(static_cast<int>(p.format));
+    }
+}
 
 std::string allowedValues(const vboard::ParameterInfo& p) {
     if (p.format == REG_FORMAT_ENUM) {

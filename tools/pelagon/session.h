@@ -17,6 +17,7 @@ struct GlobalOptions {
     std::string config;             // loaded first when given
     std::vector<std::string> sets;  // NAME=VALUE, applied in order after the configuration
     std::string saveConfig;         // written after the command when given
+    bool strict = false;            // a configuration with warnings is refused
 };
 
 // A failure of the tool's own (a malformed argument, a file it cannot
@@ -42,6 +43,9 @@ std::string formatNumber(double v);
 // Latin-1 text of the catalogue (units such as "µs") as UTF-8.
 std::string utf8(const std::string& latin1);
 
+// The parameter's type as the tool names it: uint32, double, enum, ...
+std::string typeName(const vboard::ParameterInfo& p);
+
 // What a parameter takes, from its published description: "32 .. 16384 in
 // steps of 16", "one of FG_GRAY=0, FG_COL24=2, ..." ("" for strings).
 std::string allowedValues(const vboard::ParameterInfo& p);
@@ -59,6 +63,11 @@ public:
 
     // --config, then every --set in order.
     void applyGlobalOptions();
+    // A configuration file, checked first (config_check.h): its warnings on
+    // standard error, and after the load what the board holds for each key
+    // warned about. A file with CRLF line ends reaches the applet as a copy
+    // with LF line ends.
+    void loadConfig(const std::string& path);
     // --save-config, when given.
     void finish();
 
