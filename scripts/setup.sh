@@ -6,7 +6,7 @@ set -euo pipefail
 
 # dpkg-dev and file: cpack's Debian packages (dpkg-shlibdeps); pkgconf: the
 # install test builds a consumer with pkg-config.
-packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev libxml2-utils libpng-dev libcli11-dev binutils
+packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev libxml2-utils libpng-dev libcli11-dev nlohmann-json3-dev binutils
           locales clang libclang-rt-14-dev dpkg-dev file pkgconf)
 missing=()
 for p in "${packages[@]}"; do

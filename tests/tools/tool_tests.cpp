@@ -2,6 +2,7 @@
 // on standard output and standard error, and the files it writes (PNG frames
 // decoded with libpng, configuration round trips, the XML checked by xmllint).
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <filesystem>
 #include <ostream>
@@ -159,6 +160,62 @@ TEST_F(ToolTest, ConfigCheckNamesLineKeyAndErrorOfEachBadValue) {
     r = run({"config", "load", dir.string()});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("is a folder"), std::string::npos) << r.err;
+}
+
+TEST_F(ToolTest, JsonOutputParsesAndHoldsTheValues) {
+    ASSERT_EQ(run({"--set", "FG_WIDTH=640", "config", "save", path("w.mcf")}).status, 0);
+    const std::string bad = write("bad.mcf", edited(read("w.mcf"), "FG_WIDTH=640;", "FG_WIDTH=641;"));
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        std::string pointer, expected;  // a JSON pointer into the output and its value, dumped
+    } cases[] = {
+        {{"info", "--json"}, 0, "/applet", "\"Pelagon\""},
+        {{"--json", "params", "FG_WIDTH"}, 0, "/0/step", "16.0"},
+        {{"--json", "params", "700"}, 0, "/0/entries/2/symbol", "\"FG_COL48\""},
+        {{"--json", "get", "FG_WIDTH", "FG_FORMAT", "FG_SYSTEMMONITOR_CHANNEL_CURRENT"}, 0, "/FG_FORMAT", "\"FG_COL24\""},
+        {{"--json", "get", "FG_SYSTEMMONITOR_CHANNEL_CURRENT"}, 0, "/FG_SYSTEMMONITOR_CHANNEL_CURRENT", "[0,0,0,0]"},
+        {{"--json", "set", "FG_WIDTH=640", "FG_SCALINGFACTOR_RED=1.5"}, 0, "/FG_SCALINGFACTOR_RED", "1.5"},
+        {{"--json", "config", "check", bad}, 1, "/warnings/0/code", "-7080"},
+        {{"--json", "config", "check", bad}, 1, "/warnings/0/line", "14"},
+    };
+    for (const auto& c : cases) {
+        const ProcessOutcome r = run(c.args);
+        SCOPED_TRACE(::testing::PrintToString(c.args) + "\n" + r.err);
+        EXPECT_EQ(r.status, c.status);
+        const nlohmann::json j = nlohmann::json::parse(r.out, nullptr, false);
+        ASSERT_FALSE(j.is_discarded()) << r.out;
+        const nlohmann::json::json_pointer at(c.pointer);
+        EXPECT_EQ(j.contains(at) ? j.at(at).dump() : "(missing)", c.expected);
+    }
+}
+
+TEST_F(ToolTest, ScriptsGetExitStatusesVersionHelpAndSuggestions) {
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        std::string out, err;  // expected inside standard output and standard error
+    } cases[] = {
+        {{"--version"}, 0, "pelagon 3.", ""},
+        {{"help"}, 0, "describe", ""},
+        {{"--help"}, 0, "config", ""},
+        {{}, 2, "", "Subcommands:"},
+        {{"confg", "check"}, 2, "", "did you mean \"config\"?"},
+        {{"get", "FG_WIDHT"}, 1, "", "did you mean FG_WIDTH?"},
+        {{"get", "--value", "FG_WIDTH", "700"}, 0, "1024\nFG_COL24\n", ""},
+        {{"params", "700"}, 0, " FG_FORMAT ", ""},
+        {{"params", "nomatch"}, 1, "", "no parameter matches \"nomatch\""},
+        {{"describe", "FG_WIDTH"}, 0, "step          16\n", ""},
+        {{"describe", "FG_FORMAT"}, 0, "FG_COL48", ""},
+        {{"--json", "xml"}, 2, "", "--json goes with"},
+    };
+    for (const auto& c : cases) {
+        const ProcessOutcome r = run(c.args);
+        SCOPED_TRACE(::testing::PrintToString(c.args) + "\n" + r.out + r.err);
+        EXPECT_EQ(r.status, c.status);
+        EXPECT_NE(r.out.find(c.out), std::string::npos);
+        EXPECT_NE(r.err.find(c.err), std::string::npos);
+    }
 }
 
 TEST_F(ToolTest, SetAcceptsSymbolsAndGetReadsByNameAndId) {

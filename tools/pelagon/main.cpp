@@ -4,6 +4,7 @@
 // configuration when asked. Failures print the applet's error number and its
 // meaning and end with a non-zero exit status.
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "acquisition.h"
@@ -25,6 +27,9 @@
 
 namespace pelagon_tool {
 namespace {
+
+// Keys in the order the tool writes them, as the text output has them.
+using Json = nlohmann::ordered_json;
 
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
@@ -56,6 +61,26 @@ void showInfo(Session& s) {
                 s.value("FG_SYSTEMMONITOR_FPGA_TEMPERATURE").c_str(), s.value("FG_SYSTEMMONITOR_BOARD_POWER").c_str());
 }
 
+Json infoJson(Session& s) {
+    const vboard::Grabber& g = s.grabber();
+    uint64_t imageBytes = 0, imageAddress = 0;
+    g.info(GET_EMBEDDED_HAP, &imageBytes, &imageAddress);
+    return {{"applet", infoText(g, GET_INFO_FRIENDLY_NAME)},
+            {"version", infoText(g, GET_INFO_VERSIONSTRING_DETAIL)},
+            {"library", std::filesystem::absolute(s.appletPath()).lexically_normal().string()},
+            {"description", infoText(g, GET_INFO_DESCRIPTION)},
+            {"category", infoText(g, GET_INFO_CATEGORY)},
+            {"board_type", g.info(GET_BOARD_TYPE)},
+            {"design", infoText(g, GET_HAP_ID)},
+            {"design_bytes", imageBytes},
+            {"cameras", g.info(GET_NR_OF_CAMS)},
+            {"dma_channels", g.info(GET_NR_OF_DMAS)},
+            {"parameters", g.parameters().size()},
+            {"applet_id", s.value("FG_APPLET_ID")},
+            {"fpga_temperature", s.number("FG_SYSTEMMONITOR_FPGA_TEMPERATURE")},
+            {"board_power", s.number("FG_SYSTEMMONITOR_BOARD_POWER")}};
+}
+
 std::string accessName(int access) {
     std::string out;
     out += (access & REG_ACCESS_READ) ? 'r' : '-';
@@ -85,7 +110,7 @@ bool matches(const vboard::ParameterInfo& p, const std::string& filter) {
         return t;
     };
     const std::string f = lower(filter);
-    return f.empty() || lower(p.name).find(f) != std::string::npos || lower(p.group).find(f) != std::string::npos ||
+    return f.empty() || std::to_string(p.id) == f || lower(p.name).find(f) != std::string::npos || lower(p.group).find(f) != std::string::npos ||
            lower(p.displayName).find(f) != std::string::npos;
 }
 
@@ -106,11 +131,65 @@ std::vector<vboard::ParameterInfo> inCatalogueOrder(std::vector<vboard::Paramete
     return ordered;
 }
 
-void listParameters(Session& s, const std::string& filter) {
+// A value for scripts: numbers as numbers, fields as arrays, enumerations
+// and strings as text.
+Json jsonValue(const Session& s, const vboard::ParameterInfo& p) {
+    std::string text;
+    try {
+        text = s.value(p, true);
+    } catch (const vboard::Error& e) {
+        return {{"error", e.code()}};
+    }
+    if (p.format == REG_FORMAT_ENUM || p.format == REG_FORMAT_STRING) return text;
+    const auto number = [](const std::string& t) -> Json {
+        const Json n = Json::parse(t, nullptr, false);
+        return n.is_number() ? n : Json(t);
+    };
+    if (p.format != REG_FORMAT_UINTFIELD && p.format != REG_FORMAT_DOUBLEFIELD) return number(text);
+    Json elements = Json::array();
+    std::size_t start = 0;
+    while (start < text.size()) {
+        const std::size_t end = std::min(text.find(' ', start), text.size());
+        elements.push_back(number(text.substr(start, end - start)));
+        start = end + 1;
+    }
+    return elements;
+}
+
+Json parameterJson(const Session& s, const vboard::ParameterInfo& p) {
+    Json j = {{"id", p.id},           {"name", p.name},       {"display_name", utf8(p.displayName)},
+                        {"group", utf8(p.group)}, {"type", typeName(p)}, {"access", accessName(p.access)},
+                        {"unit", utf8(p.unit)},   {"value", jsonValue(s, p)}};
+    if (!limits(p).empty()) {
+        j["minimum"] = p.minimum;
+        j["maximum"] = p.maximum;
+        j["step"] = p.step;
+    }
+    if (!p.entries.empty()) {
+        j["entries"] = Json::array();
+        for (const vboard::ParameterInfo::Entry& e : p.entries)
+            j["entries"].push_back({{"symbol", e.symbol}, {"display_name", utf8(e.displayName)}, {"value", e.value}});
+    }
+    return j;
+}
+
+void printJson(const Json& j) {
+    std::printf("%s\n", j.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+}
+
+void listParameters(Session& s, const std::string& filter, bool json) {
+    std::vector<vboard::ParameterInfo> shown;
+    for (vboard::ParameterInfo& p : inCatalogueOrder(s.grabber().parameters()))
+        if (matches(p, filter)) shown.push_back(std::move(p));
+    if (shown.empty()) throw std::runtime_error("no parameter matches \"" + filter + "\"");
+    if (json) {
+        Json list = Json::array();
+        for (const vboard::ParameterInfo& p : shown) list.push_back(parameterJson(s, p));
+        return printJson(list);
+    }
     std::string group = "\x01";
     std::printf("access: r readable, w writable, c changeable during acquisition\n");
-    for (const vboard::ParameterInfo& p : inCatalogueOrder(s.grabber().parameters())) {
-        if (!matches(p, filter)) continue;
+    for (const vboard::ParameterInfo& p : shown) {
         if (p.group != group) {
             group = p.group;
             std::printf("\n%s\n", group.empty() ? "(no group)" : utf8(group).c_str());
@@ -136,6 +215,23 @@ void listParameters(Session& s, const std::string& filter) {
             std::printf("  %-7s   one of %s\n", "", values.c_str());
         }
     }
+}
+
+void describe(const Session& s, const vboard::ParameterInfo& p) {
+    std::printf("%s (id %d)\n", p.name.c_str(), p.id);
+    std::printf("  display name  %s\n", utf8(p.displayName).c_str());
+    std::printf("  group         %s\n", p.group.empty() ? "(none)" : utf8(p.group).c_str());
+    std::printf("  type          %s\n", typeName(p).c_str());
+    std::printf("  access        %s (r readable, w writable, c changeable during acquisition)\n",
+                accessName(p.access).c_str());
+    if (!limits(p).empty()) {
+        std::printf("  limits        %s .. %s\n", formatNumber(p.minimum).c_str(), formatNumber(p.maximum).c_str());
+        std::printf("  step          %s\n", p.step > 1e-12 ? formatNumber(p.step).c_str() : "any");
+    }
+    if (!p.unit.empty()) std::printf("  unit          %s\n", utf8(p.unit).c_str());
+    for (const vboard::ParameterInfo::Entry& e : p.entries)
+        std::printf("  entry         %-40s %d  \"%s\"\n", e.symbol.c_str(), e.value, utf8(e.displayName).c_str());
+    std::printf("  value         %s\n", s.value(p).c_str());
 }
 
 // The demonstration: a small, warm diagonal pattern from the simulator, one
@@ -212,6 +308,35 @@ void demo(Session& s, const std::string& folder, int frames) {
     std::printf("  %s  (lookup tables)\n", lut.c_str());
 }
 
+Json checkJson(const ConfigCheck& check) {
+    Json warnings = Json::array();
+    for (const ConfigIssue& i : check.issues)
+        warnings.push_back({{"line", i.line},
+                            {"key", i.key},
+                            {"value", i.value},
+                            {"kind", i.kind},
+                            {"code", i.code},
+                            {"error", i.code != 0 ? vboard::errorText(i.code) : ""},
+                            {"allowed", i.allowed},
+                            {"message", i.message}});
+    return {{"file", check.file}, {"crlf", check.crlf}, {"warnings", warnings}};
+}
+
+// The first word that is neither an option nor an option's value, when it
+// is no command: CLI11 would only say that an argument was left over.
+std::string unknownCommand(int argc, char** argv, const std::vector<std::string>& commands) {
+    static const char* const withValue[] = {"--applet", "--config", "--set", "--save-config"};
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        if (a.empty() || a[0] == '-') {
+            if (std::find(std::begin(withValue), std::end(withValue), a) != std::end(withValue)) ++i;
+            continue;
+        }
+        return std::find(commands.begin(), commands.end(), a) == commands.end() ? a : "";
+    }
+    return "";
+}
+
 // The message of a failure: what was attempted and, where an error number is
 // behind it, the number and its meaning.
 void report(const vboard::Error& e) {
@@ -225,8 +350,11 @@ void report(const vboard::Error& e) {
 
 int run(int argc, char** argv) {
     CLI::App app{"Runs the Pelagon applet on a new virtual board for one command.", "pelagon"};
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
     app.fallthrough();
+    app.set_version_flag("--version", std::string("pelagon ") + PELAGON_TOOL_VERSION);
+    bool json = false;
+    app.add_flag("--json", json, "one JSON document on standard output (info, params, get, set, config check)");
     GlobalOptions global;
     app.add_option("--applet", global.applet,
                    "applet library (default: $PELAGON_APPLET, else pelagon/applets/libPelagon.so or else "
@@ -239,6 +367,7 @@ int run(int argc, char** argv) {
     app.add_flag("--strict", global.strict, "a configuration with warnings is refused (exit status 1)");
     app.add_option("--save-config", global.saveConfig, "save the configuration after the command")->type_name("FILE");
 
+    auto* help = app.add_subcommand("help", "this help");
     auto* info = app.add_subcommand("info", "what the applet says about itself and the board");
     std::string filter;
     auto* params = app.add_subcommand("params", "every parameter by group: id, type, access, limits, unit, value");
@@ -246,6 +375,12 @@ int run(int argc, char** argv) {
     std::vector<std::string> names;
     auto* get = app.add_subcommand("get", "print parameters by name or id");
     get->add_option("NAME", names, "FG_WIDTH, 700, ...")->required();
+    bool bare = false;
+    get->add_flag("--value", bare, "only the values, one per line");
+    std::string describeName;
+    auto* describeCommand =
+        app.add_subcommand("describe", "everything the applet publishes about one parameter, and its value");
+    describeCommand->add_option("NAME", describeName, "FG_WIDTH or 100")->required();
     std::vector<std::string> assignments;
     auto* set = app.add_subcommand("set", "set parameters (NAME=VALUE or ID=VALUE) in order and print them");
     set->add_option("NAME=VALUE", assignments, "FG_FORMAT=FG_COL48, FG_WIDTH=640, ...")->required();
@@ -294,19 +429,44 @@ int run(int argc, char** argv) {
     demoCommand->add_option("-o,--output", demoFolder, "folder for its files (default ./pelagon-demo)");
     demoCommand->add_option("-n,--frames", demoFrames, "number of frames")->check(CLI::Range(1, 1000));
 
+    std::vector<std::string> commands;
+    for (const CLI::App* sub : app.get_subcommands({})) commands.push_back(sub->get_name());
+    if (const std::string unknown = unknownCommand(argc, argv, commands); !unknown.empty()) {
+        std::fprintf(stderr, "pelagon: \"%s\" is not a command", unknown.c_str());
+        const std::string near = closest(unknown, commands);
+        if (!near.empty()) std::fprintf(stderr, "; did you mean \"%s\"?", near.c_str());
+        std::string all;
+        for (const std::string& c : commands) all += (all.empty() ? "" : ", ") + c;
+        std::fprintf(stderr, "\ncommands: %s\nRun \"pelagon help\" for more information.\n", all.c_str());
+        return kUsage;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
         return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
+        return app.exit(e);
     } catch (const CLI::ParseError& e) {
         std::fprintf(stderr, "pelagon: %s\nRun with --help for more information.\n", e.what());
+        return kUsage;
+    }
+    if (*help || app.get_subcommands().empty()) {
+        // App::help() would describe the "help" command itself.
+        const std::string text = app.get_formatter()->make_help(&app, "pelagon", CLI::AppFormatMode::Normal);
+        std::fprintf(*help ? stdout : stderr, "%s", text.c_str());
+        return *help ? 0 : kUsage;
+    }
+    if (json && !(*info || *params || *get || *set || *configCheck)) {
+        std::fprintf(stderr, "pelagon: --json goes with info, params, get, set and config check\n");
         return kUsage;
     }
 
     if (*configCheck) {
         const ConfigCheck check = checkConfig(global.applet.empty() ? vboard::defaultAppletPath() : global.applet, file);
         printIssues(check);
-        if (check.issues.empty())
+        if (json)
+            printJson(checkJson(check));
+        else if (check.issues.empty())
             std::printf("%s: no warnings\n", file.c_str());
         else
             std::printf("%s: %zu warnings\n", file.c_str(), check.issues.size());
@@ -321,20 +481,34 @@ int run(int argc, char** argv) {
     }
     s.applyGlobalOptions();
     vboard::Grabber& g = s.grabber();
+    Json values = Json::object();
     if (*info) {
-        showInfo(s);
+        if (json)
+            printJson(infoJson(s));
+        else
+            showInfo(s);
     } else if (*params) {
-        listParameters(s, filter);
+        listParameters(s, filter, json);
+    } else if (*describeCommand) {
+        describe(s, s.parameter(describeName));
     } else if (*get) {
         for (const std::string& n : names) {
             const vboard::ParameterInfo p = s.parameter(n);
-            std::printf("%s = %s\n", p.name.c_str(), s.value(p, true).c_str());
+            if (json)
+                values[p.name] = jsonValue(s, p);
+            else if (bare)
+                std::printf("%s\n", s.value(p, true).c_str());
+            else
+                std::printf("%s = %s\n", p.name.c_str(), s.value(p, true).c_str());
         }
     } else if (*set) {
         for (const std::string& a : assignments) {
             s.assign(a);
             const vboard::ParameterInfo p = s.parameter(a.substr(0, a.find('=')));
-            std::printf("%s = %s\n", p.name.c_str(), s.value(p).c_str());
+            if (json)
+                values[p.name] = jsonValue(s, p);
+            else
+                std::printf("%s = %s\n", p.name.c_str(), s.value(p).c_str());
         }
     } else if (*configSave) {
         s.saveConfig(file);
@@ -376,6 +550,7 @@ int run(int argc, char** argv) {
         else
             std::printf("no frames: the simulator is not the image source or runs free\n");
     }
+    if (json && (*get || *set)) printJson(values);
     s.finish();
     return 0;
 }

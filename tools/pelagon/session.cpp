@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -110,7 +111,46 @@ void Session::saveLut(const std::string& path) {
 vboard::ParameterInfo Session::parameter(const std::string& nameOrId) const {
     const bool numeric =
         !nameOrId.empty() && nameOrId.size() < 10 && nameOrId.find_first_not_of("0123456789") == std::string::npos;
-    return grabber_.parameter(numeric ? std::stoi(nameOrId) : grabber_.id(nameOrId));
+    if (numeric) return grabber_.parameter(std::stoi(nameOrId));
+    try {
+        return grabber_.parameter(grabber_.id(nameOrId));
+    } catch (const vboard::Error& e) {
+        std::vector<std::string> names;
+        for (const vboard::ParameterInfo& p : grabber_.parameters()) names.push_back(p.name);
+        const std::string near = closest(nameOrId, names);
+        if (near.empty()) throw;
+        throw vboard::Error(std::string(e.what()) + "; did you mean " + near + "?", e.code());
+    }
+}
+
+std::string closest(const std::string& word, const std::vector<std::string>& candidates) {
+    const auto upper = [](std::string t) {
+        for (char& c : t) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        return t;
+    };
+    const std::string w = upper(word);
+    std::string best;
+    std::size_t bestDistance = std::max<std::size_t>(2, w.size() / 3) + 1;
+    for (const std::string& candidate : candidates) {
+        const std::string c = upper(candidate);
+        // Levenshtein distance, one row at a time.
+        std::vector<std::size_t> row(c.size() + 1);
+        for (std::size_t j = 0; j <= c.size(); ++j) row[j] = j;
+        for (std::size_t i = 1; i <= w.size(); ++i) {
+            std::size_t diagonal = row[0];
+            row[0] = i;
+            for (std::size_t j = 1; j <= c.size(); ++j) {
+                const std::size_t above = row[j];
+                row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (w[i - 1] == c[j - 1] ? 0 : 1)});
+                diagonal = above;
+            }
+        }
+        if (row[c.size()] < bestDistance) {
+            bestDistance = row[c.size()];
+            best = candidate;
+        }
+    }
+    return best;
 }
 
 void Session::assign(const std::string& assignment) {

@@ -46,6 +46,10 @@ std::string utf8(const std::string& latin1);
 // The parameter's type as the tool names it: uint32, double, enum, ...
 std::string typeName(const vboard::ParameterInfo& p);
 
+// Of `candidates`, the one nearest to `word` in edit distance, when near
+// enough to be a likely typing error ("" otherwise).
+std::string closest(const std::string& word, const std::vector<std::string>& candidates);
+
 // What a parameter takes, from its published description: "32 .. 16384 in
 // steps of 16", "one of FG_GRAY=0, FG_COL24=2, ..." ("" for strings).
 std::string allowedValues(const vboard::ParameterInfo& p);
