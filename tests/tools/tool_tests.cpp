@@ -208,6 +208,16 @@ TEST_F(ToolTest, ScriptsGetExitStatusesVersionHelpAndSuggestions) {
         {{"describe", "FG_WIDTH"}, 0, "step          16\n", ""},
         {{"describe", "FG_FORMAT"}, 0, "FG_COL48", ""},
         {{"--json", "xml"}, 2, "", "--json goes with"},
+        {{"acquire", "--timeout", "nan"}, 2, "", "\"nan\" is not a positive number of seconds"},
+        {{"trigger", "--timeout", "-1"}, 2, "", "\"-1\" is not a positive number of seconds"},
+        {{"acquire", "-n", "abc"}, 2, "", "\"abc\" is not a number"},
+        {{"acquire", "-o", ""}, 2, "", "must not be empty"},
+        {{"xml", "--port", "1"}, 2, "", "the applet has 1 port (0)"},
+        {{"trigger", "-n", "65536"}, 2, "", "outside 1 .. 65535"},
+        {{"--set", "FG_AREATRIGGERMODE=ATM_SOFTWARE", "--set", "FG_TRIGGERSTATE=TS_ACTIVE", "trigger", "-n", "1000"},
+         0,
+         "500 of 1000 pulses sent\n",
+         ""},
     };
     for (const auto& c : cases) {
         const ProcessOutcome r = run(c.args);

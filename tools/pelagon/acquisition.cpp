@@ -113,15 +113,28 @@ public:
             std::fflush(stdout);
             return;
         }
+        draw("acquiring", done, "frames");
+    }
+    // Long runs of pulses only: a bar on a terminal, otherwise a line for
+    // every tenth of them.
+    void sent(int done) {
+        if (total_ < 100) return;
+        if (terminal_) return draw("triggering", done, "pulses");
+        if (done % (total_ / 10) != 0 && done != total_) return;
+        std::printf("%d of %d pulses sent\n", done, total_);
+        std::fflush(stdout);
+    }
+
+private:
+    void draw(const char* doing, int done, const char* unit) {
         constexpr int kWidth = 30;
         const int filled = total_ > 0 ? done * kWidth / total_ : kWidth;
-        std::printf("\racquiring [%s%s] %d/%d frames", std::string(static_cast<std::size_t>(filled), '#').c_str(),
-                    std::string(static_cast<std::size_t>(kWidth - filled), '.').c_str(), done, total_);
+        std::printf("\r%s [%s%s] %d/%d %s", doing, std::string(static_cast<std::size_t>(filled), '#').c_str(),
+                    std::string(static_cast<std::size_t>(kWidth - filled), '.').c_str(), done, total_, unit);
         std::fflush(stdout);
         drawn_ = true;
     }
 
-private:
     int total_;
     bool terminal_;
     bool drawn_ = false;
@@ -252,7 +265,8 @@ AcquireResult acquire(Session& s, const AcquireOptions& options) {
 }
 
 TriggerResult trigger(Session& s, int pulses, double timeoutSeconds) {
-    if (pulses < 1) throw UsageError("the number of pulses must be at least 1");
+    // The output pulse counter has 16 bits: more pulses could not be counted.
+    if (pulses < 1 || pulses > 65535) throw UsageError("the number of pulses must be 1 .. 65535");
     vboard::Grabber& g = s.grabber();
     TriggerResult result;
     result.acquiring = simulatorTriggered(s);
@@ -261,7 +275,13 @@ TriggerResult trigger(Session& s, int pulses, double timeoutSeconds) {
         g.start();
     }
     const std::chrono::milliseconds timeout = frameTimeout(s, timeoutSeconds);
-    for (; result.sent < pulses; ++result.sent) sendPulse(s, timeout);
+    {
+        Progress progress(pulses);
+        while (result.sent < pulses) {
+            sendPulse(s, timeout);
+            progress.sent(++result.sent);
+        }
+    }
 
     // Pulses wait in the queue and leave at the trigger's rate: let them go
     // before counting.

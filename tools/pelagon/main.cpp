@@ -348,6 +348,34 @@ void report(const vboard::Error& e) {
         std::fprintf(stderr, "hint: %s\n", hinted->hint().c_str());
 }
 
+// Validators whose refusals say what was wrong with the argument.
+CLI::Validator wholeNumber(long long low, long long high) {
+    return CLI::Validator(
+        [low, high](std::string& text) -> std::string {
+            char* end = nullptr;
+            errno = 0;
+            const long long n = std::strtoll(text.c_str(), &end, 10);
+            if (text.empty() || *end != '\0' || errno == ERANGE) return "\"" + text + "\" is not a number";
+            if (n < low || n > high)
+                return text + " is outside " + std::to_string(low) + " .. " + std::to_string(high);
+            return "";
+        },
+        std::to_string(low) + ".." + std::to_string(high));
+}
+
+const CLI::Validator kSeconds(
+    [](std::string& text) -> std::string {
+        char* end = nullptr;
+        const double v = std::strtod(text.c_str(), &end);
+        if (text.empty() || *end != '\0' || !std::isfinite(v) || v <= 0)
+            return "\"" + text + "\" is not a positive number of seconds";
+        return "";
+    },
+    "SECONDS");
+
+const CLI::Validator kNotEmpty([](std::string& text) { return text.empty() ? std::string("must not be empty") : ""; },
+                               "");
+
 int run(int argc, char** argv) {
     CLI::App app{"Runs the Pelagon applet on a new virtual board for one command.", "pelagon"};
     app.require_subcommand(0, 1);
@@ -399,7 +427,7 @@ int run(int argc, char** argv) {
     int port = 0;
     std::string output;
     auto* xml = app.add_subcommand("xml", "the GenICam XML description of the parameters");
-    xml->add_option("--port", port, "port (0 .. 3)")->check(CLI::Range(0, 3));
+    xml->add_option("--port", port, "port (0 .. 3; the applet says how many it has)")->check(wholeNumber(0, 3));
     xml->add_option("-o,--output", output, "write to this file instead of standard output");
 
     auto* lut = app.add_subcommand("lut", "lookup-table files");
@@ -414,20 +442,25 @@ int run(int argc, char** argv) {
     double timeout = 0;
     std::string folder = ".";
     auto* acquireCommand = app.add_subcommand("acquire", "acquire frames into PNG files frame-NNNN.png");
-    acquireCommand->add_option("-n,--frames", count, "number of frames")->check(CLI::Range(1, 1000000));
-    acquireCommand->add_option("-o,--output", folder, "folder for the files (created if missing)");
-    acquireCommand->add_option("--timeout", timeout, "seconds to wait for each frame (default: from the rates)");
+    acquireCommand->add_option("-n,--frames", count, "number of frames")->check(wholeNumber(1, 1000000));
+    acquireCommand->add_option("-o,--output", folder, "folder for the files (created if missing)")->check(kNotEmpty);
+    acquireCommand->add_option("--timeout", timeout, "seconds to wait for each frame (default: from the rates)")
+        ->check(kSeconds);
 
     int pulses = 1;
     auto* triggerCommand = app.add_subcommand("trigger", "send software trigger pulses and report what they did");
-    triggerCommand->add_option("-n,--pulses", pulses, "number of pulses")->check(CLI::Range(1, 1000000));
-    triggerCommand->add_option("--timeout", timeout, "seconds to wait for each frame (default: from the rates)");
+    // The output pulse counter has 16 bits.
+    triggerCommand->add_option("-n,--pulses", pulses, "number of pulses (up to 65535, what the counter holds)")
+        ->check(wholeNumber(1, 65535));
+    triggerCommand->add_option("--timeout", timeout, "seconds to wait for each frame (default: from the rates)")
+        ->check(kSeconds);
 
     std::string demoFolder = "pelagon-demo";
     int demoFrames = 4;
     auto* demoCommand = app.add_subcommand("demo", "a complete session; --config and --set apply after its settings");
-    demoCommand->add_option("-o,--output", demoFolder, "folder for its files (default ./pelagon-demo)");
-    demoCommand->add_option("-n,--frames", demoFrames, "number of frames")->check(CLI::Range(1, 1000));
+    demoCommand->add_option("-o,--output", demoFolder, "folder for its files (default ./pelagon-demo)")
+        ->check(kNotEmpty);
+    demoCommand->add_option("-n,--frames", demoFrames, "number of frames")->check(wholeNumber(1, 1000));
 
     std::vector<std::string> commands;
     for (const CLI::App* sub : app.get_subcommands({})) commands.push_back(sub->get_name());
@@ -517,6 +550,10 @@ int run(int argc, char** argv) {
         s.loadConfig(file);
         std::printf("configuration loaded from %s\n", file.c_str());
     } else if (*xml) {
+        const int64_t ports = g.info(GET_NR_OF_CAMS);
+        if (port >= ports)
+            throw UsageError("--port " + std::to_string(port) + ": the applet has " + std::to_string(ports) +
+                             (ports == 1 ? " port (0)" : " ports (0 .. " + std::to_string(ports - 1) + ")"));
         const std::string text = g.xml(port);
         if (output.empty()) {
             std::fwrite(text.data(), 1, text.size(), stdout);
