@@ -503,7 +503,7 @@ int run(int argc, char** argv) {
         else if (check.issues.empty())
             std::printf("%s: no warnings\n", file.c_str());
         else
-            std::printf("%s: %zu warnings\n", file.c_str(), check.issues.size());
+            std::printf("%s: %zu warning%s\n", file.c_str(), check.issues.size(), check.issues.size() == 1 ? "" : "s");
         return check.issues.empty() ? 0 : kFailure;
     }
     Session s(global);
