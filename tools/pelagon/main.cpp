@@ -93,16 +93,7 @@ std::string accessName(int access) {
 std::string limits(const vboard::ParameterInfo& p) {
     if (p.format == REG_FORMAT_ENUM || p.format == REG_FORMAT_STRING || p.format == REG_FORMAT_GROUP) return "";
     if (p.minimum == 0 && p.maximum == 0) return "";
-    // Integers as integers while a double holds them exactly.
-    const bool integral = p.format != REG_FORMAT_DOUBLE && p.format != REG_FORMAT_FLOAT &&
-                          p.format != REG_FORMAT_DOUBLEFIELD && std::fabs(p.maximum) < 9007199254740992.0;
-    auto bound = [integral](double v) {
-        return integral ? std::to_string(static_cast<long long>(v)) : formatNumber(v);
-    };
-    std::string out = bound(p.minimum) + " .. " + bound(p.maximum);
-    // The smallest double step means "any value".
-    if (p.step > 1e-12 && p.step != 1) out += " step " + formatNumber(p.step);
-    return out;
+    return numericRange(p, " step ");
 }
 
 bool matches(const vboard::ParameterInfo& p, const std::string& filter) {

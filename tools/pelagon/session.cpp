@@ -278,9 +278,14 @@ std::string allowedValues(const vboard::ParameterInfo& p) {
         return "one of " + values;
     }
     if (!numeric(p) || (p.minimum == 0 && p.maximum == 0 && p.step == 0)) return "";
-    std::string out = bound(p, p.minimum) + " .. " + bound(p, p.maximum);
+    return numericRange(p, " in steps of ");
+}
+
+std::string numericRange(const vboard::ParameterInfo& p, const std::string& stepWord) {
+    std::string out = bound(p, p.minimum);
+    out.append(" .. ").append(bound(p, p.maximum));
     // The smallest double step means "any value".
-    if (p.step > 1e-12 && p.step != 1) out += " in steps of " + formatNumber(p.step);
+    if (p.step > 1e-12 && p.step != 1) out.append(stepWord).append(formatNumber(p.step));
     return out;
 }
 

@@ -53,6 +53,9 @@ std::string closest(const std::string& word, const std::vector<std::string>& can
 // What a parameter takes, from its published description: "32 .. 16384 in
 // steps of 16", "one of FG_GRAY=0, FG_COL24=2, ..." ("" for strings).
 std::string allowedValues(const vboard::ParameterInfo& p);
+// "MIN .. MAX" of a numeric parameter, then `stepWord` and its step where it
+// has one (integers printed as integers).
+std::string numericRange(const vboard::ParameterInfo& p, const std::string& stepWord);
 
 // Why `board` refused `value` for `p`: what is allowed now and, when the
 // value fits the limits the parameter has at power-on but not the ones it
