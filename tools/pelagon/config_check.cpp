@@ -7,6 +7,7 @@
 #include <map>
 #include <sstream>
 
+#include "pelagon_errors.h"
 #include "safe_file.h"
 #include "session.h"
 
@@ -73,7 +74,7 @@ ConfigCheck checkConfig(const std::string& appletPath, const std::string& file) 
     if (std::filesystem::is_directory(file, ec))
         throw std::runtime_error(file + " is a folder, not a configuration file");
     if (!std::filesystem::exists(file, ec))
-        throw vboard::Error("reading the configuration " + file, -2076);
+        throw vboard::Error("reading the configuration " + file, PGN_ERR_FILE_MISSING);
     std::ifstream in(file, std::ios::binary);
     if (!in) throw std::runtime_error(file + " cannot be read: " + errnoText(errno));
     std::ostringstream raw;
@@ -119,7 +120,7 @@ ConfigCheck checkConfig(const std::string& appletPath, const std::string& file) 
         try {
             scratch.setText(p.id, unquoted(k.value));
         } catch (const vboard::Error& e) {
-            if (e.code() == -2070)
+            if (e.code() == PGN_ERR_INVALID_ARGUMENT)
                 add(k, "malformed", e.code(), allowedValues(p), "expected " + typeName(p));
             else
                 refused.emplace_back(k, p);

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "config_check.h"
+#include "pelagon_errors.h"
 #include "safe_file.h"
 
 namespace pelagon_tool {
@@ -170,7 +171,7 @@ void Session::set(const std::string& name, const std::string& value) {
     try {
         grabber_.setText(p.id, value);
     } catch (const vboard::Error& e) {
-        if (e.code() != -6000 && e.code() != -7080) throw;
+        if (e.code() != PGN_ERR_OUT_OF_RANGE && e.code() != PGN_ERR_STEP) throw;
         throw vboard::Error(std::string(e.what()) + "; " + refusalReason(grabber_, path_, p, value), e.code());
     }
 }
@@ -193,7 +194,7 @@ void Session::loadLut(const std::string& path) {
     try {
         set("FG_LUT_CUSTOM_FILE", path);
     } catch (const vboard::Error& e) {
-        if (e.code() != -5001) throw;
+        if (e.code() != PGN_ERR_FILE_IO) throw;
         throw vboard::Error(path + " is not a lookup-table file the applet can read: error -5001", e.code());
     }
 }
