@@ -5,9 +5,11 @@
 set -euo pipefail
 
 # dpkg-dev and file: cpack's Debian packages (dpkg-shlibdeps); pkgconf: the
-# install test builds a consumer with pkg-config.
+# install test builds a consumer with pkg-config; ffmpeg: the tests read the
+# tool's frame streams with it; python3-*: the Python package, its tests.
 packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev libxml2-utils libpng-dev libcli11-dev nlohmann-json3-dev binutils
-          locales clang libclang-rt-14-dev dpkg-dev file pkgconf)
+          locales clang libclang-rt-14-dev dpkg-dev file pkgconf ffmpeg
+          python3-dev pybind11-dev python3-numpy python3-pytest)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
