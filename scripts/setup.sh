@@ -5,10 +5,11 @@
 set -euo pipefail
 
 # dpkg-dev and file: cpack's Debian packages (dpkg-shlibdeps); pkgconf: the
-# install test builds a consumer with pkg-config; ffmpeg: the tests read the
-# tool's frame streams with it; python3-*: the Python package, its tests.
+# install test builds a consumer with pkg-config; libedit: the tool shell's
+# line editing; ffmpeg: the tests read the tool's frame streams with it;
+# python3-*: the Python package and its tests.
 packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev libxml2-utils libpng-dev libcli11-dev nlohmann-json3-dev binutils
-          locales clang libclang-rt-14-dev dpkg-dev file pkgconf ffmpeg
+          locales clang libclang-rt-14-dev dpkg-dev file pkgconf ffmpeg libedit-dev
           python3-dev pybind11-dev python3-numpy python3-pytest)
 missing=()
 for p in "${packages[@]}"; do
