@@ -5,6 +5,7 @@
 #   <libdir>/pelagon/applets/libPelagon.so       the applet
 #   <includedir>/pelagon/                        the headers (#include <vboard/grabber.h>)
 #   <libdir>/cmake/Pelagon/, <libdir>/pkgconfig/pelagon.pc
+#   lib/python3/dist-packages/pelagon/           the Python package
 # The runtime libraries stay in a folder of their own: in <libdir> they would
 # clash with a real runtime's libraries of the same names. Everything finds
 # its neighbours through $ORIGIN, so the tree can be moved as a whole.
@@ -36,6 +37,21 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INC
 install(FILES ${PROJECT_SOURCE_DIR}/vboard/include/vboard/grabber.h ${PROJECT_SOURCE_DIR}/vboard/include/vboard/vboard.h
               ${PROJECT_SOURCE_DIR}/vboard/include/vboard/applet_exports.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/pelagon/vboard)
+
+# The Python package, where Debian's python3 looks for packaged modules
+# (lib/python3/dist-packages, the same for every Python 3 version: the
+# module's file name carries its ABI). Under /usr, as the .deb installs it,
+# `import pelagon` works as it is; under another prefix PYTHONPATH names the
+# folder. The module finds <libdir> and through it the applet.
+if(TARGET pelagon_python)
+  set(PELAGON_PYTHON_INSTALL_DIR lib/python3/dist-packages CACHE STRING
+      "Where the Python package goes, relative to the prefix")
+  file(RELATIVE_PATH pelagon_python_to_lib /p/${PELAGON_PYTHON_INSTALL_DIR}/pelagon /p/${CMAKE_INSTALL_LIBDIR})
+  set_target_properties(pelagon_python PROPERTIES INSTALL_RPATH "$ORIGIN/${pelagon_python_to_lib}")
+  install(TARGETS pelagon_python LIBRARY DESTINATION ${PELAGON_PYTHON_INSTALL_DIR}/pelagon)
+  list(TRANSFORM PELAGON_PYTHON_FILES PREPEND ${PROJECT_SOURCE_DIR}/python/pelagon/ OUTPUT_VARIABLE pelagon_python_files)
+  install(FILES ${pelagon_python_files} DESTINATION ${PELAGON_PYTHON_INSTALL_DIR}/pelagon)
+endif()
 
 # find_package(Pelagon): Pelagon::grabber, Pelagon::vboard, and the applet as
 # Pelagon::applet and Pelagon_APPLET.

@@ -70,6 +70,26 @@ installed_tool() {
   grep -F "$work/none" "$work/err"
 }
 
+# The Python package, when the build has one: imported from the prefix's
+# site folder, it finds the installed applet and grabs a frame.
+python_interpreter() { sed -n 's/^Python_EXECUTABLE:[A-Z]*=//p' "$build/CMakeCache.txt"; }
+python_package() {
+  local site python
+  python=$(python_interpreter)
+  site=$(find "$prefix" -type d -path '*/dist-packages/pelagon' | head -n 1)
+  test -n "$site"
+  clean_env PYTHONPATH="$(dirname "$site")" PYTHONDONTWRITEBYTECODE=1 "$python" -c '
+import sys, pelagon
+prefix = sys.argv[1]
+assert pelagon.__file__.startswith(prefix), pelagon.__file__
+with pelagon.Grabber() as g:
+    assert g.applet.startswith(prefix) and g.applet.endswith("/pelagon/applets/libPelagon.so"), g.applet
+    g["FG_CAMERASIMULATOR_ENABLE"] = "FG_CAMERASIMULATOR"
+    frame = g.snapshot()
+    print(g.applet, frame.array.shape, frame.array.mean())
+' "$prefix"
+}
+
 # Text files by content; the binaries by their RUNPATHs, which alone would
 # let the installed programs quietly load the build tree's libraries.
 no_build_paths() {
@@ -89,6 +109,9 @@ debian_package() {
                 /PelagonConfig.cmake /pelagon.pc; do
     grep -qF "$wanted" "$work/contents" || { echo "missing from the package: $wanted"; return 1; }
   done
+  if [ -n "$(python_interpreter)" ]; then
+    grep -qF /usr/lib/python3/dist-packages/pelagon/__init__.py "$work/contents"
+  fi
   # dpkg-shlibdeps filled in the dependencies.
   dpkg-deb -f "$deb" Depends | grep libc6
   # The packaged tree works wherever it is unpacked.
@@ -100,6 +123,9 @@ step "cmake --install $1 into a fresh prefix" install_build
 step "consumer built with find_package(Pelagon) opens the installed applet and acquires a frame" cmake_consumer
 step "consumer built with pkg-config opens the installed applet and acquires a frame" pkgconfig_consumer
 step "installed pelagon runs info and acquire from another folder" installed_tool
+if [ -n "$(python_interpreter)" ]; then
+  step "installed Python package imports from the prefix, opens the installed applet and grabs a frame" python_package
+fi
 step "no installed file names the build tree" no_build_paths
 step "cpack -G DEB packages the install" debian_package
 echo "install: $passed passed, $failed failed"
