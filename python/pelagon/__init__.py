@@ -143,8 +143,10 @@ class Frame:
         """Significant bits of a sample: 8, 10 or 12."""
         return {"FG_COL24": 8, "FG_COL30": 10}.get(self.format, 12)
 
-    def __array__(self, dtype: Any = None) -> np.ndarray:
-        return self.array if dtype is None else self.array.astype(dtype)
+    def __array__(self, dtype: Any = None, copy: Optional[bool] = None) -> np.ndarray:
+        if dtype is None or dtype == self.array.dtype:
+            return self.array.copy() if copy else self.array
+        return self.array.astype(dtype)
 
     def __repr__(self) -> str:
         return f"<Frame {self.number} {self.width}x{self.height} {self.format} {self.array.dtype}>"

@@ -6,6 +6,7 @@ import signal
 import subprocess
 import sys
 import textwrap
+import threading
 import time
 
 import numpy as np
@@ -96,6 +97,15 @@ def test_a_time_out_is_a_timeout_error_and_a_wait_without_acquisition_fails_at_o
     assert time.monotonic() - start < 2 and not grabber.acquiring
     with pytest.raises(pelagon.Error, match="stopped"):
         grabber.wait_for_frame(1, 10)
+
+
+def test_a_wait_lets_other_threads_run_and_ends_when_one_closes_the_grabber(grabber):
+    with grabber.acquire(timeout=30) as frames:
+        threading.Timer(0.2, grabber.close).start()  # needs the GIL while the wait blocks
+        start = time.monotonic()
+        with pytest.raises(pelagon.ClosedError):
+            next(frames)
+        assert time.monotonic() - start < 1
 
 
 CHILD = textwrap.dedent("""
