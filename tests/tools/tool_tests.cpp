@@ -214,7 +214,11 @@ TEST_F(ToolTest, ScriptsGetExitStatusesVersionHelpAndSuggestions) {
         {{"acquire", "-o", ""}, 2, "", "must not be empty"},
         {{"xml", "--port", "1"}, 2, "", "the applet has 1 port (0)"},
         {{"trigger", "-n", "65536"}, 2, "", "outside 1 .. 65535"},
-        {{"--set", "FG_AREATRIGGERMODE=ATM_SOFTWARE", "--set", "FG_TRIGGERSTATE=TS_ACTIVE", "trigger", "-n", "1000"},
+        // Narrow pulse forms let the trigger run at 5 kHz: a thousand pulses in a fifth of a second.
+        {{"--set", "FG_TRIGGER_PULSEFORMGEN0_WIDTH=100", "--set", "FG_TRIGGER_PULSEFORMGEN1_WIDTH=100", "--set",
+          "FG_TRIGGER_PULSEFORMGEN2_WIDTH=100", "--set", "FG_TRIGGER_PULSEFORMGEN3_WIDTH=100", "--set",
+          "FG_TRIGGER_FRAMESPERSECOND=5000", "--set", "FG_AREATRIGGERMODE=ATM_SOFTWARE", "--set",
+          "FG_TRIGGERSTATE=TS_ACTIVE", "trigger", "-n", "1000"},
          0,
          "500 of 1000 pulses sent\n",
          ""},
@@ -497,7 +501,7 @@ TEST_F(ToolInShellTest, SignalsEndAnAcquisitionWithWholeFiles) {
             }
             EXPECT_GT(files, 0u);
             EXPECT_LT(files, 1000u);
-            EXPECT_NE(r.err.find("interrupted after " + std::to_string(files) + " frames"), std::string::npos);
+            EXPECT_NE(r.err.find("interrupted after " + std::to_string(files) + " frame"), std::string::npos);
         }
     }
 }
@@ -513,4 +517,157 @@ TEST_F(ToolInShellTest, LookupTableNamesSurviveAConfigurationLoadedElsewhere) {
         shell("cd \"" + path("b") + "\" && exec \"$0\" \"$@\"", {"--config", "../a/c.mcf", "get", "FG_LUT_VALUE_GREEN"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out.rfind("FG_LUT_VALUE_GREEN = 4095 4094 4093 ", 0), 0u) << r.out.substr(0, 80);
+}
+
+// Settings of a 48 x 40 horizontal ramp (see AcquiredPng) in FORMAT.
+std::vector<std::string> ramp(const std::string& format) {
+    return {"FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR", "FG_PIXELFORMAT=BayerRG8", "FG_CAMERASIMULATOR_WIDTH=64",
+            "FG_CAMERASIMULATOR_HEIGHT=40", "FG_CAMERASIMULATOR_FRAMERATE=500", "FG_CAMERASIMULATOR_PATTERN=FG_HORIZONTAL",
+            "FG_CAMERASIMULATOR_PATTERN_OFFSET=100", "FG_CAMERASIMULATOR_ROLL=FG_OFF", "FG_WIDTH=48", "FG_HEIGHT=40",
+            "FG_FORMAT=" + format};
+}
+
+// The frames ffmpeg finds in a stream, by the lines of its frame checksums.
+int ffmpegFrames(const ProcessOutcome& r) {
+    int frames = 0;
+    for (std::size_t at = 0; (at = r.out.find("\n0,", at)) != std::string::npos; ++at) ++frames;
+    return frames;
+}
+
+TEST_F(ToolInShellTest, FramesStreamToFfmpegWithTheDeliveredSamples) {
+    if (std::system("command -v ffmpeg >/dev/null 2>&1") != 0) GTEST_SKIP() << "ffmpeg not installed";
+    const std::string toFfmpeg = "\"$0\" \"$@\" | ffmpeg -v error -f image2pipe -c:v ppm -i - -f framecrc - 2>&1";
+    for (const char* format : {"FG_COL24", "FG_COL48"}) {
+        const ProcessOutcome r = shell(toFfmpeg, withSettings(ramp(format), {"acquire", "-n", "5", "-o", "-"}));
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(ffmpegFrames(r), 5) << format << "\n" << r.out;
+    }
+    // A PPM of 12-bit samples says so in its maximum; x = 20 holds 120 << 4.
+    ProcessOutcome r = shell("exec \"$0\" \"$@\" >\"" + path("stream.ppm") + "\"",
+                             withSettings(ramp("FG_COL48"), {"--set", "FG_BITALIGNMENT=FG_RIGHT_ALIGNED", "acquire",
+                                                             "-n", "2", "-o", "-"}));
+    const std::string ppm = read("stream.ppm");
+    const std::string header = "P6\n48 40\n4095\n";
+    ASSERT_EQ(ppm.size(), 2 * (header.size() + 48 * 40 * 6)) << r.err;
+    EXPECT_EQ(ppm.substr(0, header.size()), header);
+    const std::size_t red20 = header.size() + 20 * 6;
+    EXPECT_EQ(static_cast<uint8_t>(ppm[red20]) << 8 | static_cast<uint8_t>(ppm[red20 + 1]), 120 << 4);
+
+    // Raw samples: the tool names the size and pixel format ffmpeg needs.
+    r = shell("exec \"$0\" \"$@\" >\"" + path("stream.raw") + "\"",
+              withSettings(ramp("FG_COL30"), {"acquire", "-n", "3", "-o", "-", "--stream", "raw"}));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::size_t from = r.err.find("ffmpeg ");
+    ASSERT_NE(from, std::string::npos) << r.err;
+    const std::string arguments = r.err.substr(from + 7, r.err.find(')', from) - from - 7);
+    EXPECT_EQ(arguments, "-f rawvideo -pixel_format rgb48le -video_size 48x40 -i -");
+    EXPECT_EQ(read("stream.raw").size(), 3u * 48 * 40 * 6);
+    r = shell("ffmpeg -v error " + arguments.substr(0, arguments.size() - 1) + "\"" + path("stream.raw") +
+                  "\" -f framecrc - 2>&1",
+              {});
+    EXPECT_EQ(ffmpegFrames(r), 3) << r.out;
+    // Standard output is for frames then: not with --json, never a terminal's.
+    EXPECT_EQ(run({"--json", "acquire", "-o", "-"}).status, 2);
+}
+
+TEST_F(ToolInShellTest, DroppedFramesFailOnlyWhenAskedAndAreCounted) {
+    // Two buffers and a reader that stalls for a second: the acquisition
+    // overtakes the frames it cannot hand on.
+    const std::vector<std::string> args =
+        withSettings(kSmallFastSimulator, {"acquire", "-n", "40", "--buffers", "2", "-o", "-"});
+    const std::string stalled = "\"$0\" \"$@\" | (sleep 1; cat >/dev/null); exit ${PIPESTATUS[0]}";
+    ProcessOutcome r = shell(stalled, args);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("overwritten before they could be saved"), std::string::npos) << r.err;
+    std::vector<std::string> failing = args;
+    failing.push_back("--fail-on-drop");
+    r = shell(stalled, failing);
+    EXPECT_EQ(r.status, 3) << r.err;
+    EXPECT_NE(r.err.find("lost or overwritten (--fail-on-drop)"), std::string::npos) << r.err;
+    EXPECT_EQ(run(withSettings(kSmallFastSimulator, {"acquire", "-n", "3", "--fail-on-drop", "-o", path("f")})).status, 0);
+}
+
+TEST_F(ToolTest, FileNamesFollowTheTemplateCarryTextAndNeverClobber) {
+    const std::vector<std::string> settings = ramp("FG_COL24");
+    ProcessOutcome r = run(withSettings(settings, {"acquire", "-n", "2", "-o", path("shots/img-%03d.png")}));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string second = read("shots/img-002.png");
+    for (const std::string& chunk : {std::string("tEXtFrame\0" "2", 11), std::string("tEXtFormat\0FG_COL24", 19),
+                                    std::string("tEXtCreation Time\0", 18), std::string("tEXtSoftware\0pelagon ", 21)})
+        EXPECT_NE(second.find(chunk), std::string::npos) << chunk;
+    EXPECT_EQ(readPng(path("shots/img-001.png")).width, 48u);
+
+    // --no-clobber keeps what is there and says so, for frames and other files alike.
+    r = run(withSettings(settings, {"--no-clobber", "acquire", "-n", "2", "-o", path("shots/img-%03d.png")}));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("img-001.png: it exists, and --no-clobber keeps it"), std::string::npos) << r.err;
+    EXPECT_EQ(read("shots/img-002.png"), second);
+    write("kept.mcf", "mine");
+    EXPECT_EQ(run({"--no-clobber", "config", "save", path("kept.mcf")}).status, 1);
+    EXPECT_EQ(read("kept.mcf"), "mine");
+
+    // One frame may go to one named file; more need a number in the name.
+    EXPECT_EQ(run(withSettings(settings, {"acquire", "-o", path("one.png")})).status, 0);
+    EXPECT_EQ(readPng(path("one.png")).height, 40u);
+    for (const std::vector<std::string>& bad : std::vector<std::vector<std::string>>{
+             {"acquire", "-n", "2", "-o", path("one.png")}, {"acquire", "-o", path("x-%s.png")},
+             {"acquire", "-o", path("x-%d-%d.png")}}) {
+        r = run(bad);
+        EXPECT_EQ(r.status, 2) << bad.back();
+        EXPECT_NE(r.err.find("%05d"), std::string::npos) << r.err;
+    }
+}
+
+TEST_F(ToolTest, AcquireJsonHasAnObjectPerFrameWithItsStatistics) {
+    const ProcessOutcome r =
+        run(withSettings(ramp("FG_COL24"), {"--json", "acquire", "-n", "3", "--stats", "-o", path("j")}));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("3 frames saved in"), std::string::npos) << "the summary goes to standard error";
+    std::size_t start = 0;
+    for (int64_t n = 1; n <= 3; ++n) {
+        const std::size_t end = r.out.find('\n', start);
+        ASSERT_NE(end, std::string::npos) << r.out;
+        const auto j = nlohmann::json::parse(r.out.substr(start, end - start));
+        start = end + 1;
+        EXPECT_EQ(j["frame"], n);
+        EXPECT_EQ(j["file"], path("j/frame-000" + std::to_string(n) + ".png"));
+        EXPECT_EQ(j["format"], "FG_COL24");
+        EXPECT_EQ(j["lost"], 0);
+        // The ramp runs x + 100 for x = 0 .. 47 in every channel; the border
+        // pixels of the Bayer interpolation differ, hence the wide mean.
+        for (const char* channel : {"red", "green", "blue"}) {
+            EXPECT_GE(j["stats"][channel]["min"], 99);
+            EXPECT_LE(j["stats"][channel]["max"], 148);
+            EXPECT_NEAR(j["stats"][channel]["mean"].get<double>(), 123.5, 1.5);
+        }
+    }
+    EXPECT_EQ(start, r.out.size());
+}
+
+// One board for a script's lines: settings persist, the first failure ends
+// it and names its line; at a terminal the names complete.
+TEST_F(ToolInShellTest, ShellKeepsOneBoardForAScript) {
+    const std::string script = write("session.pgn",
+                                     "set FG_WIDTH=640 FG_FORMAT=FG_COL48   # two at once\n"
+                                     "\n"
+                                     "get --value FG_WIDTH 'FG_FORMAT'\n"
+                                     "set FG_WIDTH=40\n"
+                                     "get FG_HEIGHT\n");
+    ProcessOutcome r = run({"--save-config", path("after.mcf"), "shell", script});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("640\nFG_COL48\n"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("FG_HEIGHT"), std::string::npos) << "ran on past the failure";
+    EXPECT_NE(r.err.find("session.pgn:4: setting FG_WIDTH to 40"), std::string::npos) << r.err;
+
+    r = shell("printf \"set FG_HEIGHT=480\\nquit\\nset FG_HEIGHT=8\\n\" | exec \"$0\" \"$@\"",
+              {"--save-config", path("after.mcf"), "shell"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(read("after.mcf").find("FG_HEIGHT=480;"), std::string::npos);
+
+    if (std::system("command -v script >/dev/null 2>&1") != 0) GTEST_SKIP() << "script (util-linux) not installed";
+    r = shell("printf \"set FG_FORM\\tFG_COL4\\t\\nget FG_FORMAT\\nquit\\n\" | HOME=\"" + dir.string() +
+                  "\" script -qec \"$0 shell\" /dev/null",
+              {});
+    EXPECT_NE(r.out.find("FG_FORMAT = FG_COL48"), std::string::npos) << r.out << r.err;
+    EXPECT_NE(read(".pelagon_history").find("get\\040FG_FORMAT"), std::string::npos);
 }

@@ -16,6 +16,7 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,12 +26,14 @@
 #include "config_check.h"
 #include "safe_file.h"
 #include "session.h"
+#include "shell.h"
 
 namespace pelagon_tool {
 namespace {
 
 // Keys in the order the tool writes them, as the text output has them.
 using Json = nlohmann::ordered_json;
+namespace fs = std::filesystem;
 
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
@@ -256,20 +259,27 @@ void demo(Session& s, const std::string& folder, int frames) {
     std::printf("Pelagon demonstration on a virtual board\n\n");
     showInfo(s);
 
-    std::printf("\nsettings\n");
+    // --config and --set come after the demonstration's own settings, and
+    // the list shows what the board holds in the end.
+    std::vector<std::string> shown;
     for (const char* assignment : kDemoSettings) {
         s.assign(assignment);
-        const std::string name(assignment, std::string(assignment).find('='));
-        std::printf("  %-40s %s\n", name.c_str(), s.value(name).c_str());
+        shown.emplace_back(assignment, std::string(assignment).find('='));
     }
     s.applyGlobalOptions();
+    for (const std::string& assignment : s.options().sets) {
+        const std::string name = s.parameter(assignment.substr(0, assignment.find('='))).name;
+        if (std::find(shown.begin(), shown.end(), name) == shown.end()) shown.push_back(name);
+    }
+    std::printf("\nsettings\n");
+    for (const std::string& name : shown) std::printf("  %-40s %s\n", name.c_str(), s.value(name).c_str());
 
     std::printf("\nacquisition: %d frames, one per trigger pulse at %s pulses/s\n", frames,
                 s.value("FG_TRIGGER_FRAMESPERSECOND").c_str());
     vboard::Grabber& g = s.grabber();
     AcquireOptions options;
     options.frames = frames;
-    options.folder = folder;
+    options.output = folder;
     options.afterStart = [&] {
         s.set("FG_TRIGGEROUT_STATS_PULSECOUNT_CLEAR", "FG_APPLY");
         s.set("FG_TRIGGERSTATE", "TS_ACTIVE");
@@ -277,20 +287,17 @@ void demo(Session& s, const std::string& folder, int frames) {
     };
     const AcquireResult acquired = acquire(s, options);
     s.set("FG_TRIGGERSTATE", "TS_SYNC_STOP");
-    const auto stopIfInterrupted = [&] {
-        if (interruptSignal() != 0) throw Interrupted(interruptSignal(), acquired.files.size(), folder);
-    };
     std::printf("  trigger stopped; pulses counted: %s\n", s.value("FG_TRIGGEROUT_STATS_PULSECOUNT").c_str());
 
     const std::filesystem::path dir(folder);
     const std::string config = (dir / "pelagon-demo.mcf").string();
     const std::string xml = (dir / "pelagon.xml").string();
     const std::string lut = (dir / "pelagon-demo.lut").string();
-    stopIfInterrupted();
+    throwIfInterrupted(acquired.files.size(), folder);
     s.saveConfig(config);
-    stopIfInterrupted();
+    throwIfInterrupted(acquired.files.size(), folder);
     writeWholeFile(xml, g.xml());
-    stopIfInterrupted();
+    throwIfInterrupted(acquired.files.size(), folder);
     s.saveLut(lut);
 
     std::printf("\nfiles in %s\n", std::filesystem::absolute(dir).lexically_normal().c_str());
@@ -316,10 +323,10 @@ Json checkJson(const ConfigCheck& check) {
 
 // The first word that is neither an option nor an option's value, when it
 // is no command: CLI11 would only say that an argument was left over.
-std::string unknownCommand(int argc, char** argv, const std::vector<std::string>& commands) {
+std::string unknownCommand(const std::vector<std::string>& words, const std::vector<std::string>& commands) {
     static const char* const withValue[] = {"--applet", "--config", "--set", "--save-config"};
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const std::string& a = words[i];
         if (a.empty() || a[0] == '-') {
             if (std::find(std::begin(withValue), std::end(withValue), a) != std::end(withValue)) ++i;
             continue;
@@ -329,13 +336,20 @@ std::string unknownCommand(int argc, char** argv, const std::vector<std::string>
     return "";
 }
 
+// "FILE:LINE: " of the script line being run, for every message.
+std::string where;
+
+void printError(const std::string& message) {
+    std::fprintf(stderr, "pelagon: %s%s%s\n", where.c_str(), where.empty() ? "" : ": ", message.c_str());
+}
+
 // The message of a failure: what was attempted and, where an error number is
 // behind it, the number and its meaning.
 void report(const vboard::Error& e) {
     std::string message = e.what();
     if (e.code() != 0 && message.find(std::to_string(e.code())) == std::string::npos)
         message += ": error " + std::to_string(e.code()) + " (" + vboard::errorText(e.code()) + ")";
-    std::fprintf(stderr, "pelagon: %s\n", message.c_str());
+    printError(message);
     if (const auto* hinted = dynamic_cast<const HintedError*>(&e))
         std::fprintf(stderr, "hint: %s\n", hinted->hint().c_str());
 }
@@ -368,220 +382,413 @@ const CLI::Validator kSeconds(
 const CLI::Validator kNotEmpty([](std::string& text) { return text.empty() ? std::string("must not be empty") : ""; },
                                "");
 
-int run(int argc, char** argv) {
-    CLI::App app{"Runs the Pelagon applet on a new virtual board for one command.", "pelagon"};
-    app.require_subcommand(0, 1);
-    app.fallthrough();
-    app.set_version_flag("--version", std::string("pelagon ") + PELAGON_TOOL_VERSION);
-    bool json = false;
-    app.add_flag("--json", json, "one JSON document on standard output (info, params, get, set, config check)");
+// What every command's options are read into.
+struct Args {
     GlobalOptions global;
-    app.add_option("--applet", global.applet,
-                   "applet library (default: $PELAGON_APPLET, else pelagon/applets/libPelagon.so or else "
-                   "libPelagon.so in the folder of libpelagon_grabber.so)")
-        ->type_name("PATH");
-    app.add_option("--config", global.config, "configuration file loaded first")->type_name("FILE");
-    app.add_option("--set", global.sets, "NAME=VALUE (or ID=VALUE) applied after --config, in order; repeatable")
-        ->allow_extra_args(false)
-        ->type_name("NAME=VALUE");
-    app.add_flag("--strict", global.strict, "a configuration with warnings is refused (exit status 1)");
-    app.add_option("--save-config", global.saveConfig, "save the configuration after the command")->type_name("FILE");
-
-    auto* help = app.add_subcommand("help", "this help");
-    auto* info = app.add_subcommand("info", "what the applet says about itself and the board");
+    bool json = false;
+    bool noClobber = false;
     std::string filter;
-    auto* params = app.add_subcommand("params", "every parameter by group: id, type, access, limits, unit, value");
-    params->add_option("FILTER", filter, "only parameters whose name, group or title contains this");
     std::vector<std::string> names;
-    auto* get = app.add_subcommand("get", "print parameters by name or id");
-    get->add_option("NAME", names, "FG_WIDTH, 700, ...")->required();
     bool bare = false;
-    get->add_flag("--value", bare, "only the values, one per line");
-    std::string describeName;
-    auto* describeCommand =
-        app.add_subcommand("describe", "everything the applet publishes about one parameter, and its value");
-    describeCommand->add_option("NAME", describeName, "FG_WIDTH or 100")->required();
+    std::string name;
     std::vector<std::string> assignments;
-    auto* set = app.add_subcommand("set", "set parameters (NAME=VALUE or ID=VALUE) in order and print them");
-    set->add_option("NAME=VALUE", assignments, "FG_FORMAT=FG_COL48, FG_WIDTH=640, ...")->required();
-
     std::string file;
-    auto* config = app.add_subcommand("config", "configuration files");
-    config->require_subcommand(1);
-    auto* configSave = config->add_subcommand("save", "save the configuration");
-    configSave->add_option("FILE", file)->required();
-    auto* configLoad = config->add_subcommand("load", "load a configuration (combine with --save-config)");
-    configLoad->add_option("FILE", file)->required();
-    auto* configCheck = config->add_subcommand(
-        "check", "name every key the applet would refuse, miss or not read (exit status 1 with warnings)");
-    configCheck->add_option("FILE", file)->required();
-
     int port = 0;
     std::string output;
-    auto* xml = app.add_subcommand("xml", "the GenICam XML description of the parameters");
-    xml->add_option("--port", port, "port (0 .. 3; the applet says how many it has)")->check(wholeNumber(0, 3));
-    xml->add_option("-o,--output", output, "write to this file instead of standard output");
-
-    auto* lut = app.add_subcommand("lut", "lookup-table files");
-    lut->require_subcommand(1);
-    auto* lutSave = lut->add_subcommand("save", "save the lookup tables in use (FG_LUT_SAVE_FILE)");
-    lutSave->add_option("FILE", file)->required();
-    auto* lutLoad =
-        lut->add_subcommand("load", "use the tables of a file (FG_LUT_TYPE=LUT_TYPE_CUSTOM, FG_LUT_CUSTOM_FILE)");
-    lutLoad->add_option("FILE", file)->required();
-
-    int count = 1;
-    double timeout = 0;
-    std::string folder = ".";
-    auto* acquireCommand = app.add_subcommand("acquire", "acquire frames into PNG files frame-NNNN.png");
-    acquireCommand->add_option("-n,--frames", count, "number of frames")->check(wholeNumber(1, 1000000));
-    acquireCommand->add_option("-o,--output", folder, "folder for the files (created if missing)")->check(kNotEmpty);
-    acquireCommand->add_option("--timeout", timeout, "seconds to wait for each frame (default: from the rates)")
-        ->check(kSeconds);
-
+    AcquireOptions acquire;
+    std::string stream = "ppm";
+    bool failOnDrop = false;
     int pulses = 1;
-    auto* triggerCommand = app.add_subcommand("trigger", "send software trigger pulses and report what they did");
-    // The output pulse counter has 16 bits.
-    triggerCommand->add_option("-n,--pulses", pulses, "number of pulses (up to 65535, what the counter holds)")
-        ->check(wholeNumber(1, 65535));
-    triggerCommand->add_option("--timeout", timeout, "seconds to wait for each frame (default: from the rates)")
-        ->check(kSeconds);
-
+    double timeout = 0;
     std::string demoFolder = "pelagon-demo";
     int demoFrames = 4;
-    auto* demoCommand = app.add_subcommand("demo", "a complete session; --config and --set apply after its settings");
-    demoCommand->add_option("-o,--output", demoFolder, "folder for its files (default ./pelagon-demo)")
-        ->check(kNotEmpty);
-    demoCommand->add_option("-n,--frames", demoFrames, "number of frames")->check(wholeNumber(1, 1000));
+    std::string script;
+};
 
-    std::vector<std::string> commands;
-    for (const CLI::App* sub : app.get_subcommands({})) commands.push_back(sub->get_name());
-    if (const std::string unknown = unknownCommand(argc, argv, commands); !unknown.empty()) {
-        std::fprintf(stderr, "pelagon: \"%s\" is not a command", unknown.c_str());
+constexpr int kFramesLost = 3;  // --fail-on-drop: frames were lost or overwritten
+
+// What a command needs before it runs.
+enum class Needs {
+    Nothing,   // no board (help, config check)
+    Prepared,  // a board after --config and --set
+    Board,     // a board; the command applies --config and --set itself (demo)
+};
+
+using Runner = int (*)(Session* s, Args& a);
+
+struct Command {
+    const char* path;     // "config save": a command of the group "config"
+    const char* summary;
+    Needs needs;
+    bool json;            // takes --json
+    void (*options)(CLI::App& c, Args& a);
+    Runner run;
+};
+
+void noOptions(CLI::App&, Args&) {}
+
+// The shell reads its lines through runLine, defined below the table.
+int runShellCommand(Session* s, Args& a);
+
+const Command kCommands[] = {
+    {"help", "this help", Needs::Nothing, false, noOptions, nullptr},
+    {"info", "what the applet says about itself and the board", Needs::Prepared, true, noOptions,
+     [](Session* s, Args& a) {
+         if (a.json)
+             printJson(infoJson(*s));
+         else
+             showInfo(*s);
+         return 0;
+     }},
+    {"params", "every parameter by group: id, type, access, limits, unit, value", Needs::Prepared, true,
+     [](CLI::App& c, Args& a) {
+         c.add_option("FILTER", a.filter, "only parameters whose id is this or whose name, group or title contains it");
+     },
+     [](Session* s, Args& a) {
+         listParameters(*s, a.filter, a.json);
+         return 0;
+     }},
+    {"describe", "everything the applet publishes about one parameter, and its value", Needs::Prepared, true,
+     [](CLI::App& c, Args& a) { c.add_option("NAME", a.name, "FG_WIDTH or 100")->required(); },
+     [](Session* s, Args& a) {
+         const vboard::ParameterInfo p = s->parameter(a.name);
+         if (a.json)
+             printJson(parameterJson(*s, p));
+         else
+             describe(*s, p);
+         return 0;
+     }},
+    {"get", "print parameters by name or id", Needs::Prepared, true,
+     [](CLI::App& c, Args& a) {
+         c.add_option("NAME", a.names, "FG_WIDTH, 700, ...")->required();
+         c.add_flag("--value", a.bare, "only the values, one per line");
+     },
+     [](Session* s, Args& a) {
+         Json values = Json::object();
+         for (const std::string& n : a.names) {
+             const vboard::ParameterInfo p = s->parameter(n);
+             if (a.json)
+                 values[p.name] = jsonValue(*s, p);
+             else if (a.bare)
+                 std::printf("%s\n", s->value(p, true).c_str());
+             else
+                 std::printf("%s = %s\n", p.name.c_str(), s->value(p, true).c_str());
+         }
+         if (a.json) printJson(values);
+         return 0;
+     }},
+    {"set", "set parameters (NAME=VALUE or ID=VALUE) in order and print them", Needs::Prepared, true,
+     [](CLI::App& c, Args& a) {
+         c.add_option("NAME=VALUE", a.assignments, "FG_FORMAT=FG_COL48, FG_WIDTH=640, ...")->required();
+     },
+     [](Session* s, Args& a) {
+         Json values = Json::object();
+         for (const std::string& assignment : a.assignments) {
+             s->assign(assignment);
+             const vboard::ParameterInfo p = s->parameter(assignment.substr(0, assignment.find('=')));
+             if (a.json)
+                 values[p.name] = jsonValue(*s, p);
+             else
+                 std::printf("%s = %s\n", p.name.c_str(), s->value(p).c_str());
+         }
+         if (a.json) printJson(values);
+         return 0;
+     }},
+    {"config save", "save the configuration", Needs::Prepared, false,
+     [](CLI::App& c, Args& a) { c.add_option("FILE", a.file)->required(); },
+     [](Session* s, Args& a) {
+         s->saveConfig(a.file);
+         std::printf("configuration saved to %s\n", a.file.c_str());
+         return 0;
+     }},
+    {"config load", "load a configuration (combine with --save-config)", Needs::Prepared, false,
+     [](CLI::App& c, Args& a) { c.add_option("FILE", a.file)->required(); },
+     [](Session* s, Args& a) {
+         s->loadConfig(a.file);
+         std::printf("configuration loaded from %s\n", a.file.c_str());
+         return 0;
+     }},
+    {"config check", "name every key the applet would refuse, miss or not read (exit status 1 with warnings)",
+     Needs::Nothing, true, [](CLI::App& c, Args& a) { c.add_option("FILE", a.file)->required(); },
+     [](Session* s, Args& a) {
+         const std::string applet =
+             s ? s->appletPath() : a.global.applet.empty() ? vboard::defaultAppletPath() : a.global.applet;
+         const ConfigCheck check = checkConfig(applet, a.file);
+         printIssues(check);
+         if (a.json)
+             printJson(checkJson(check));
+         else if (check.issues.empty())
+             std::printf("%s: no warnings\n", a.file.c_str());
+         else
+             std::printf("%s: %zu warning%s\n", a.file.c_str(), check.issues.size(),
+                         check.issues.size() == 1 ? "" : "s");
+         return check.issues.empty() ? 0 : kFailure;
+     }},
+    {"xml", "the GenICam XML description of the parameters", Needs::Prepared, false,
+     [](CLI::App& c, Args& a) {
+         c.add_option("--port", a.port, "port (0 .. 3; the applet says how many it has)")->check(wholeNumber(0, 3));
+         c.add_option("-o,--output", a.output, "write to this file instead of standard output");
+     },
+     [](Session* s, Args& a) {
+         const int64_t ports = s->grabber().info(GET_NR_OF_CAMS);
+         if (a.port >= ports)
+             throw UsageError("--port " + std::to_string(a.port) + ": the applet has " + std::to_string(ports) +
+                              (ports == 1 ? " port (0)" : " ports (0 .. " + std::to_string(ports - 1) + ")"));
+         const std::string text = s->grabber().xml(a.port);
+         if (a.output.empty()) {
+             std::fwrite(text.data(), 1, text.size(), stdout);
+         } else {
+             writeWholeFile(a.output, text);
+             std::printf("XML description of port %d written to %s (%zu bytes)\n", a.port, a.output.c_str(),
+                         text.size());
+         }
+         return 0;
+     }},
+    {"lut save", "save the lookup tables in use (FG_LUT_SAVE_FILE)", Needs::Prepared, false,
+     [](CLI::App& c, Args& a) { c.add_option("FILE", a.file)->required(); },
+     [](Session* s, Args& a) {
+         s->saveLut(a.file);
+         std::printf("lookup tables saved to %s\n", a.file.c_str());
+         return 0;
+     }},
+    {"lut load", "use the tables of a file (FG_LUT_TYPE=LUT_TYPE_CUSTOM, FG_LUT_CUSTOM_FILE)", Needs::Prepared,
+     false, [](CLI::App& c, Args& a) { c.add_option("FILE", a.file)->required(); },
+     [](Session* s, Args& a) {
+         s->loadLut(a.file);
+         std::printf("lookup tables loaded from %s\n", a.file.c_str());
+         return 0;
+     }},
+    {"acquire", "acquire frames into PNG files (frame-NNNN.png), or onto standard output", Needs::Prepared, true,
+     [](CLI::App& c, Args& a) {
+         c.add_option("-n,--frames", a.acquire.frames, "number of frames")->check(wholeNumber(1, 1000000));
+         c.add_option("-o,--output", a.acquire.output,
+                      "a folder (created if missing), a file name with the frame number as %d or %05d, one .png "
+                      "file, or - for standard output")
+             ->check(kNotEmpty);
+         c.add_option("--stream", a.stream, "what -o - writes: ppm (a PPM image per frame) or raw (the samples)")
+             ->check(CLI::IsMember({"ppm", "raw"}));
+         c.add_option("--timeout", a.acquire.timeoutSeconds,
+                      "seconds to wait for each frame (default: from the rates)")
+             ->check(kSeconds);
+         c.add_option("--buffers", a.acquire.buffers,
+                      "frame buffers (default: one per frame, within 256 MB); frames the acquisition overtakes in a "
+                      "smaller ring are skipped")
+             ->check(wholeNumber(2, 100000));
+         c.add_flag("--stats", a.acquire.stats, "per-channel minimum, maximum and mean of every frame");
+         c.add_flag("--fail-on-drop", a.failOnDrop,
+                    "exit status 3 when frames were lost or overwritten before they were saved");
+     },
+     [](Session* s, Args& a) {
+         a.acquire.json = a.json;
+         a.acquire.stream = a.stream == "raw" ? StreamFormat::Raw : StreamFormat::Ppm;
+         const AcquireResult r = acquire(*s, a.acquire);
+         std::FILE* out = messages(a.acquire);
+         const std::string& o = a.acquire.output;
+         const bool named = o.find('%') != std::string::npos || fs::path(o).extension() == ".png";
+         std::fprintf(out, "%lld frame%s %s %s in %.2f s (%.1f frames/s)", static_cast<long long>(r.delivered),
+                      r.delivered == 1 ? "" : "s", o == "-" ? "written to" : named ? "saved as" : "saved in",
+                      o == "-" ? "standard output" : o.c_str(), r.seconds,
+                      r.seconds > 0 ? static_cast<double>(r.delivered) / r.seconds : 0.0);
+         if (r.skipped > 0)
+             std::fprintf(out, "; %lld overwritten before they could be saved", static_cast<long long>(r.skipped));
+         if (r.lost > 0) std::fprintf(out, "; %lld lost by the board", static_cast<long long>(r.lost));
+         std::fprintf(out, "\n");
+         if (a.failOnDrop && r.skipped + r.lost > 0) {
+             printError(std::to_string(r.skipped + r.lost) + " frames lost or overwritten (--fail-on-drop)");
+             return kFramesLost;
+         }
+         return 0;
+     }},
+    {"trigger", "send software trigger pulses and report what they did", Needs::Prepared, false,
+     [](CLI::App& c, Args& a) {
+         // The output pulse counter has 16 bits.
+         c.add_option("-n,--pulses", a.pulses, "number of pulses (up to 65535, what the counter holds)")
+             ->check(wholeNumber(1, 65535));
+         c.add_option("--timeout", a.timeout, "seconds to wait for each frame (default: from the rates)")
+             ->check(kSeconds);
+     },
+     [](Session* s, Args& a) {
+         const TriggerResult r = trigger(*s, a.pulses, a.timeout);
+         std::printf("%d software pulses sent\n", r.sent);
+         std::printf("pulses counted at %s: %u\n", r.countedAt.c_str(), r.counted);
+         if (r.acquiring)
+             std::printf("frames from the simulator: %lld\n", static_cast<long long>(r.frames));
+         else
+             std::printf("no frames: the simulator is not the image source or runs free\n");
+         return 0;
+     }},
+    {"demo", "a complete session; --config and --set apply after its settings", Needs::Board, false,
+     [](CLI::App& c, Args& a) {
+         c.add_option("-o,--output", a.demoFolder, "folder for its files (default ./pelagon-demo)")->check(kNotEmpty);
+         c.add_option("-n,--frames", a.demoFrames, "number of frames")->check(wholeNumber(1, 1000));
+     },
+     [](Session* s, Args& a) {
+         demo(*s, a.demoFolder, a.demoFrames);
+         return 0;
+     }},
+    {"shell", "one board for many commands, from a terminal or a script file", Needs::Prepared, false,
+     [](CLI::App& c, Args& a) {
+         c.add_option("SCRIPT", a.script, "a file of commands, one per line (default: standard input)");
+     },
+     runShellCommand},
+};
+
+struct Parsed {
+    const Command* command = nullptr;
+    std::string help;  // the help text, for "help"
+};
+
+// Builds the parser for one command line; inside the shell the options that
+// choose and prepare the board are the shell's own and do not come again.
+void buildParser(CLI::App& app, Args& a, bool inShell, std::vector<std::pair<const Command*, CLI::App*>>& subs) {
+    app.require_subcommand(0, 1);
+    app.fallthrough();
+    app.footer("Exit status: 0 done, 1 failed, 2 a usage error, 3 frames lost (acquire --fail-on-drop), 128 + the "
+               "signal when one ended it (130 Ctrl-C, 143 SIGTERM).");
+    app.add_flag("--json", a.json, "one JSON document on standard output (info, params, describe, get, set, config "
+                                   "check; acquire: one object per frame)");
+    if (!inShell) {
+        app.set_version_flag("--version", std::string("pelagon ") + PELAGON_TOOL_VERSION);
+        app.add_option("--applet", a.global.applet,
+                       "applet library (default: $PELAGON_APPLET, else pelagon/applets/libPelagon.so or else "
+                       "libPelagon.so in the folder of libpelagon_grabber.so)")
+            ->type_name("PATH");
+        app.add_option("--config", a.global.config, "configuration file loaded first")->type_name("FILE");
+        app.add_option("--set", a.global.sets, "NAME=VALUE (or ID=VALUE) applied after --config, in order; repeatable")
+            ->allow_extra_args(false)
+            ->type_name("NAME=VALUE");
+        app.add_flag("--strict", a.global.strict, "a configuration with warnings is refused (exit status 1)");
+        app.add_option("--save-config", a.global.saveConfig, "save the configuration after the command")
+            ->type_name("FILE");
+        app.add_flag("--no-clobber", a.noClobber, "never replace an existing file (exit status 1 instead)");
+    }
+    for (const Command& c : kCommands) {
+        if (inShell && std::string(c.path) == "shell") continue;
+        const std::string path = c.path;
+        CLI::App* parent = &app;
+        if (const std::size_t space = path.find(' '); space != std::string::npos) {
+            const std::string group = path.substr(0, space);
+            try {
+                parent = app.get_subcommand(group);
+            } catch (const CLI::OptionNotFound&) {
+                parent = app.add_subcommand(group, group == "config" ? "configuration files" : "lookup-table files");
+                parent->require_subcommand(1);
+            }
+        }
+        CLI::App* sub = parent->add_subcommand(path.substr(path.find(' ') + 1), c.summary);
+        c.options(*sub, a);
+        subs.emplace_back(&c, sub);
+    }
+}
+
+std::vector<std::string> commandNames(bool inShell) {
+    std::vector<std::string> names;
+    for (const Command& c : kCommands) {
+        const std::string path = c.path;
+        const std::string first = path.substr(0, path.find(' '));
+        if ((inShell && first == "shell") || std::find(names.begin(), names.end(), first) != names.end()) continue;
+        names.push_back(first);
+    }
+    return names;
+}
+
+// Parses and runs one command line: a whole run of the tool when `shell` is
+// null, one line of the shell with its board otherwise.
+int runLine(const std::vector<std::string>& words, Session* shell) {
+    Args a;
+    CLI::App app{shell ? "Commands of the shell; settings persist from one to the next." :
+                         "Runs the Pelagon applet on a new virtual board for one command.",
+                 "pelagon"};
+    std::vector<std::pair<const Command*, CLI::App*>> subs;
+    buildParser(app, a, shell != nullptr, subs);
+
+    const std::vector<std::string> commands = commandNames(shell != nullptr);
+    if (const std::string unknown = unknownCommand(words, commands); !unknown.empty()) {
+        std::string message = "\"" + unknown + "\" is not a command";
         const std::string near = closest(unknown, commands);
-        if (!near.empty()) std::fprintf(stderr, "; did you mean \"%s\"?", near.c_str());
+        if (!near.empty()) message += "; did you mean \"" + near + "\"?";
+        printError(message);
         std::string all;
         for (const std::string& c : commands) all += (all.empty() ? "" : ", ") + c;
-        std::fprintf(stderr, "\ncommands: %s\nRun \"pelagon help\" for more information.\n", all.c_str());
+        std::fprintf(stderr, "commands: %s\nRun \"%shelp\" for more information.\n", all.c_str(),
+                     shell ? "" : "pelagon ");
         return kUsage;
     }
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> reversed(words.rbegin(), words.rend());
+        app.parse(reversed);
     } catch (const CLI::CallForHelp& e) {
         return app.exit(e);
     } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
-        std::fprintf(stderr, "pelagon: %s\nRun with --help for more information.\n", e.what());
+        printError(e.what());
+        std::fprintf(stderr, "Run with --help for more information.\n");
         return kUsage;
     }
-    if (*help || app.get_subcommands().empty()) {
+    const Command* command = nullptr;
+    for (const auto& [c, sub] : subs)
+        if (sub->parsed()) command = c;
+    if (!command || command->run == nullptr) {
         // App::help() would describe the "help" command itself.
         const std::string text = app.get_formatter()->make_help(&app, "pelagon", CLI::AppFormatMode::Normal);
-        std::fprintf(*help ? stdout : stderr, "%s", text.c_str());
-        return *help ? 0 : kUsage;
+        std::fprintf(command ? stdout : stderr, "%s", text.c_str());
+        return command ? 0 : kUsage;
     }
-    if (json && !(*info || *params || *get || *set || *configCheck)) {
-        std::fprintf(stderr, "pelagon: --json goes with info, params, get, set and config check\n");
-        return kUsage;
+    if (a.json && !command->json) {
+        std::string with;
+        for (const Command& c : kCommands)
+            if (c.json) with += (with.empty() ? "" : ", ") + std::string(c.path);
+        throw UsageError("--json goes with " + with);
     }
-
-    if (*configCheck) {
-        const ConfigCheck check = checkConfig(global.applet.empty() ? vboard::defaultAppletPath() : global.applet, file);
-        printIssues(check);
-        if (json)
-            printJson(checkJson(check));
-        else if (check.issues.empty())
-            std::printf("%s: no warnings\n", file.c_str());
-        else
-            std::printf("%s: %zu warning%s\n", file.c_str(), check.issues.size(), check.issues.size() == 1 ? "" : "s");
-        return check.issues.empty() ? 0 : kFailure;
-    }
-    Session s(global);
-    if (*demoCommand || *acquireCommand) catchInterrupts();
-    if (*demoCommand) {
-        demo(s, demoFolder, demoFrames);
-        s.finish();
-        return 0;
-    }
-    s.applyGlobalOptions();
-    vboard::Grabber& g = s.grabber();
-    Json values = Json::object();
-    if (*info) {
-        if (json)
-            printJson(infoJson(s));
-        else
-            showInfo(s);
-    } else if (*params) {
-        listParameters(s, filter, json);
-    } else if (*describeCommand) {
-        describe(s, s.parameter(describeName));
-    } else if (*get) {
-        for (const std::string& n : names) {
-            const vboard::ParameterInfo p = s.parameter(n);
-            if (json)
-                values[p.name] = jsonValue(s, p);
-            else if (bare)
-                std::printf("%s\n", s.value(p, true).c_str());
-            else
-                std::printf("%s = %s\n", p.name.c_str(), s.value(p, true).c_str());
-        }
-    } else if (*set) {
-        for (const std::string& a : assignments) {
-            s.assign(a);
-            const vboard::ParameterInfo p = s.parameter(a.substr(0, a.find('=')));
-            if (json)
-                values[p.name] = jsonValue(s, p);
-            else
-                std::printf("%s = %s\n", p.name.c_str(), s.value(p).c_str());
-        }
-    } else if (*configSave) {
-        s.saveConfig(file);
-        std::printf("configuration saved to %s\n", file.c_str());
-    } else if (*configLoad) {
-        s.loadConfig(file);
-        std::printf("configuration loaded from %s\n", file.c_str());
-    } else if (*xml) {
-        const int64_t ports = g.info(GET_NR_OF_CAMS);
-        if (port >= ports)
-            throw UsageError("--port " + std::to_string(port) + ": the applet has " + std::to_string(ports) +
-                             (ports == 1 ? " port (0)" : " ports (0 .. " + std::to_string(ports - 1) + ")"));
-        const std::string text = g.xml(port);
-        if (output.empty()) {
-            std::fwrite(text.data(), 1, text.size(), stdout);
-        } else {
-            writeWholeFile(output, text);
-            std::printf("XML description of port %d written to %s (%zu bytes)\n", port, output.c_str(), text.size());
-        }
-    } else if (*lutSave) {
-        s.saveLut(file);
-        std::printf("lookup tables saved to %s\n", file.c_str());
-    } else if (*lutLoad) {
-        s.loadLut(file);
-        std::printf("lookup tables loaded from %s\n", file.c_str());
-    } else if (*acquireCommand) {
-        AcquireOptions options;
-        options.frames = count;
-        options.folder = folder;
-        options.timeoutSeconds = timeout;
-        const AcquireResult r = acquire(s, options);
-        std::printf("%zu frames saved in %s", r.files.size(), folder.c_str());
-        if (r.skipped > 0)
-            std::printf(" (%lld frames were overwritten before they could be saved)",
-                        static_cast<long long>(r.skipped));
-        std::printf("\n");
-    } else if (*triggerCommand) {
-        const TriggerResult r = trigger(s, pulses, timeout);
-        std::printf("%d software pulses sent\n", r.sent);
-        std::printf("pulses counted at %s: %u\n", r.countedAt.c_str(), r.counted);
-        if (r.acquiring)
-            std::printf("frames from the simulator: %lld\n", static_cast<long long>(r.frames));
-        else
-            std::printf("no frames: the simulator is not the image source or runs free\n");
-    }
-    if (json && (*get || *set)) printJson(values);
+    if (shell) return command->run(shell, a);
+    if (a.noClobber) keepExistingFiles();
+    if (command->needs == Needs::Nothing) return command->run(nullptr, a);
+    Session s(a.global);
+    catchInterrupts();
+    if (command->needs == Needs::Prepared) s.applyGlobalOptions();
+    const int status = command->run(&s, a);
     s.finish();
-    return 0;
+    return status;
+}
+
+// Runs `body`, turning what it throws into a message and an exit status.
+int reported(const std::function<int()>& body) {
+    try {
+        return body();
+    } catch (const Interrupted& e) {
+        printError(e.what());
+        return interruptStatus(e.signal);
+    } catch (const vboard::Error& e) {
+        report(e);
+    } catch (const UsageError& e) {
+        printError(e.what());
+        return kUsage;
+    } catch (const std::exception& e) {
+        printError(e.what());
+    } catch (int code) {
+        printError("error " + std::to_string(code) + " (" + vboard::errorText(code) + ")");
+    } catch (...) {
+        printError("unexpected failure");
+    }
+    return kFailure;
+}
+
+int runShellCommand(Session* s, Args& a) {
+    ShellVocabulary vocabulary;
+    vocabulary.commands = commandNames(true);
+    for (const vboard::ParameterInfo& p : s->grabber().parameters()) {
+        vocabulary.names.push_back(p.name);
+        for (const vboard::ParameterInfo::Entry& e : p.entries)
+            if (!e.symbol.empty()) vocabulary.symbols[p.name].push_back(e.symbol);
+    }
+    return runShell(a.script, vocabulary, [s](const std::vector<std::string>& words, const std::string& at) {
+        where = at;
+        const int status = reported([&] { return runLine(words, s); });
+        std::fflush(stdout);
+        where.clear();
+        return status;
+    });
 }
 
 }  // namespace
@@ -603,30 +810,11 @@ int checkedOutput(int status) {
     return status == 0 ? kFailure : status;
 }
 
-int runReported(int argc, char** argv) {
-    try {
-        return pelagon_tool::run(argc, argv);
-    } catch (const pelagon_tool::Interrupted& e) {
-        std::fprintf(stderr, "pelagon: %s\n", e.what());
-        return pelagon_tool::interruptStatus(e.signal);
-    } catch (const vboard::Error& e) {
-        pelagon_tool::report(e);
-    } catch (const pelagon_tool::UsageError& e) {
-        std::fprintf(stderr, "pelagon: %s\n", e.what());
-        return pelagon_tool::kUsage;
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "pelagon: %s\n", e.what());
-    } catch (int code) {
-        std::fprintf(stderr, "pelagon: error %d (%s)\n", code, vboard::errorText(code).c_str());
-    } catch (...) {
-        std::fprintf(stderr, "pelagon: unexpected failure\n");
-    }
-    return pelagon_tool::kFailure;
-}
-
 }  // namespace
 }  // namespace pelagon_tool
 
 int main(int argc, char** argv) {
-    return pelagon_tool::checkedOutput(pelagon_tool::runReported(argc, argv));
+    const std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
+    return pelagon_tool::checkedOutput(
+        pelagon_tool::reported([&words] { return pelagon_tool::runLine(words, nullptr); }));
 }

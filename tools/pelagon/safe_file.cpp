@@ -6,6 +6,7 @@
 
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -25,7 +26,20 @@ const mode_t processUmask = [] {
     return mask;
 }();
 
+bool keepExisting = false;
+
 }  // namespace
+
+void keepExistingFiles() {
+    keepExisting = true;
+}
+
+void refuseToClobber(const std::string& target) {
+    std::error_code ec;
+    if (keepExisting && std::filesystem::symlink_status(target, ec).type() != std::filesystem::file_type::not_found &&
+        !ec)
+        throw std::runtime_error("cannot write " + target + ": it exists, and --no-clobber keeps it");
+}
 
 std::string errnoText(int error) {
     std::string text = std::strerror(error);
@@ -36,6 +50,7 @@ std::string errnoText(int error) {
 TempFile::TempFile(std::string target) : target_(std::move(target)) {
     const std::filesystem::path t(target_);
     if (t.filename().empty()) fail("the name is a folder");
+    refuseToClobber(target_);
     const std::filesystem::path folder = t.parent_path().empty() ? std::filesystem::path(".") : t.parent_path();
     // Appended piece by piece: GCC 12 at -O3 mistakes a literal-first
     // concatenation for an overlapping copy (-Wrestrict).
@@ -92,7 +107,20 @@ void TempFile::commit() {
         close(fd);
         if (!synced) failErrno(error);
     }
-    if (std::rename(temp_.c_str(), target_.c_str()) != 0) failErrno(errno);
+    if (keepExisting) {
+        // Another program may have made the file since the constructor
+        // looked: only an atomic no-replace rename keeps it. Where the file
+        // system has none, a hard link does the same.
+        if (renameat2(AT_FDCWD, temp_.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE) != 0) {
+            int error = errno;
+            if (error == EINVAL || error == ENOSYS) error = link(temp_.c_str(), target_.c_str()) == 0 ? 0 : errno;
+            if (error == EEXIST) refuseToClobber(target_);
+            if (error != 0) failErrno(error);
+            std::remove(temp_.c_str());  // linked: the target has the contents now
+        }
+    } else if (std::rename(temp_.c_str(), target_.c_str()) != 0) {
+        failErrno(errno);
+    }
     committed_ = true;
 }
 

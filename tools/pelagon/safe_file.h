@@ -14,9 +14,15 @@ namespace pelagon_tool {
 // ("no space left on device").
 std::string errnoText(int error);
 
+// --no-clobber: from here on no file the tool writes replaces one that exists.
+void keepExistingFiles();
+// Throws the tool's refusal when `target` exists and --no-clobber was given.
+void refuseToClobber(const std::string& target);
+
 class TempFile {
 public:
-    // Creates .NAME.XXXXXX in the folder of `target`.
+    // Creates .NAME.XXXXXX in the folder of `target` (refused at once when
+    // the target exists and must be kept).
     explicit TempFile(std::string target);
     ~TempFile();  // removes the temporary file unless committed
     TempFile(const TempFile&) = delete;

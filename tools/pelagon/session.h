@@ -103,6 +103,7 @@ public:
     vboard::Grabber& grabber() { return grabber_; }
     const vboard::Grabber& grabber() const { return grabber_; }
     const std::string& appletPath() const { return path_; }
+    const GlobalOptions& options() const { return options_; }
 
 private:
     GlobalOptions options_;
