@@ -72,7 +72,11 @@ installed_tool() {
 
 # The Python package, when the build has one: imported from the prefix's
 # site folder, it finds the installed applet and grabs a frame.
-python_interpreter() { sed -n 's/^Python_EXECUTABLE:[A-Z]*=//p' "$build/CMakeCache.txt"; }
+python_interpreter() {
+  if compgen -G "$build/python/pelagon/_native*.so" >/dev/null; then
+    sed -n 's/^Python_EXECUTABLE:[A-Z]*=//p' "$build/CMakeCache.txt"
+  fi
+}
 python_package() {
   local site python
   python=$(python_interpreter)
