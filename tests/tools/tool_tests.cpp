@@ -377,8 +377,9 @@ TEST_F(ToolTest, SoftwarePulsesBecomeFramesOfATriggeredSimulator) {
 
 TEST_F(ToolTest, DemoCompletesAndSaysWhereItsFilesWent) {
     const std::string folder = path("demo");
-    const ProcessOutcome r = run({"demo", "-o", folder, "-n", "2"});
+    const ProcessOutcome r = run({"--set", "FG_WIDTH=320", "demo", "-o", folder, "-n", "2"});
     ASSERT_EQ(r.status, 0) << r.err << r.out;
+    EXPECT_NE(r.out.find("FG_WIDTH                                 320\n"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("files in " + fs::absolute(folder).lexically_normal().string()), std::string::npos) << r.out;
     for (const char* name :
          {"frame-0001.png", "frame-0002.png", "pelagon-demo.mcf", "pelagon.xml", "pelagon-demo.lut"}) {
