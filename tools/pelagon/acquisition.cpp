@@ -495,9 +495,11 @@ void throwIfInterrupted(std::size_t frames, const std::string& where) {
 }
 
 Interrupted::Interrupted(int signalNumber, std::size_t frames, const std::string& where)
-    : std::runtime_error("interrupted after " + std::to_string(frames) + " frame" + (frames == 1 ? "" : "s") +
-                         (where == "standard output" ? " written to " : " saved in ") + where + " (" +
-                         (signalNumber == SIGINT ? "SIGINT" : "SIGTERM") + ")"),
+    : Interrupted(signalNumber, std::to_string(frames) + " frame" + (frames == 1 ? "" : "s") +
+                                    (where == "standard output" ? " written to " : " saved in ") + where) {}
+
+Interrupted::Interrupted(int signalNumber, const std::string& done)
+    : std::runtime_error("interrupted after " + done + " (" + (signalNumber == SIGINT ? "SIGINT" : "SIGTERM") + ")"),
       signal(signalNumber) {}
 
 AcquireResult acquire(Session& s, const AcquireOptions& options) {
@@ -542,6 +544,10 @@ TriggerResult trigger(Session& s, int pulses, double timeoutSeconds) {
         Progress progress(pulses, stdout, true);
         while (result.sent < pulses) {
             sendPulse(s, timeout);
+            if (caught != 0) {
+                if (result.acquiring) g.stop();
+                throw Interrupted(caught, std::to_string(result.sent) + " pulses sent");
+            }
             progress.sent(++result.sent);
         }
     }

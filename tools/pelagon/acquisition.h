@@ -56,6 +56,8 @@ inline int interruptStatus(int signal) { return 128 + signal; }
 // An acquisition ended by a signal: the frames saved until then stay.
 struct Interrupted : std::runtime_error {
     Interrupted(int signalNumber, std::size_t frames, const std::string& where);
+    // "interrupted after DONE (SIGINT)"
+    Interrupted(int signalNumber, const std::string& done);
     int signal;
 };
 // The same for a signal that came between the steps of a longer command.
