@@ -7,9 +7,10 @@ set -euo pipefail
 # dpkg-dev and file: cpack's Debian packages (dpkg-shlibdeps); pkgconf: the
 # install test builds a consumer with pkg-config; libedit: the tool shell's
 # line editing; ffmpeg: the tests read the tool's frame streams with it;
-# python3-*: the Python package and its tests.
+# python3-*: the Python package and its tests; cpp-httplib and turbojpeg:
+# the HTTP server and the live image of `pelagon serve`.
 packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev libxml2-utils libpng-dev libcli11-dev nlohmann-json3-dev binutils
-          locales clang libclang-rt-14-dev dpkg-dev file pkgconf ffmpeg libedit-dev
+          locales clang libclang-rt-14-dev dpkg-dev file pkgconf ffmpeg libedit-dev libcpp-httplib-dev libturbojpeg0-dev
           python3-dev pybind11-dev python3-numpy python3-pytest)
 missing=()
 for p in "${packages[@]}"; do

@@ -7,6 +7,7 @@
 #include <climits>
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -138,7 +139,14 @@ std::array<ChannelStats, 3> channelStats(const Samples& samples) {
     return stats;
 }
 
-void writePng(const std::string& path, const Samples& samples, const PngText& text) {
+namespace {
+
+bool isEmpty(const Samples& samples) {
+    return samples.width == 0 || samples.height == 0 || samples.rgb.size() < std::size_t{samples.width} * samples.height * 3;
+}
+
+// The samples as a PNG into `file`: false with state.message set on failure.
+bool encodeSamples(std::FILE* file, const Samples& samples, const PngText& text, WriteState& state) {
     PngImage image;
     image.width = samples.width;
     image.height = samples.height;
@@ -153,8 +161,6 @@ void writePng(const std::string& path, const Samples& samples, const PngText& te
             put16(&image.rgb[2 * k], static_cast<uint32_t>(samples.rgb[k]) << shift);
     }
     const std::size_t rowBytes = std::size_t{image.width} * 3 * (image.bitDepth / 8);
-    if (image.width == 0 || image.height == 0 || image.rgb.size() < rowBytes * image.height)
-        throw std::runtime_error("cannot write " + path + ": the frame is empty");
     std::vector<png_bytep> rows(image.height);
     for (uint32_t y = 0; y < image.height; ++y) rows[y] = image.rgb.data() + rowBytes * y;
     // libpng wants writable strings; these outlive the encoding.
@@ -167,16 +173,38 @@ void writePng(const std::string& path, const Samples& samples, const PngText& te
         chunks[i].text = strings[2 * i + 1].data();
         chunks[i].text_length = strings[2 * i + 1].size();
     }
+    errno = 0;
+    return encode(file, image, rows.data(), chunks, state);
+}
 
+}  // namespace
+
+void writePng(const std::string& path, const Samples& samples, const PngText& text) {
+    if (isEmpty(samples)) throw std::runtime_error("cannot write " + path + ": the frame is empty");
     TempFile file(path);
     WriteState state;
-    errno = 0;
-    if (!encode(file.stream(), image, rows.data(), chunks, state)) {
+    if (!encodeSamples(file.stream(), samples, text, state)) {
         // A failed write names its cause ("no space left on device").
         if (state.error != 0) file.failErrno(state.error);
         file.fail(state.message);
     }
     file.commit();
+}
+
+std::string pngBytes(const Samples& samples, const PngText& text) {
+    if (isEmpty(samples)) throw std::runtime_error("cannot encode a PNG: the frame is empty");
+    char* buffer = nullptr;
+    std::size_t size = 0;
+    std::FILE* memory = open_memstream(&buffer, &size);
+    if (!memory) throw std::runtime_error("cannot encode a PNG: out of memory");
+    WriteState state;
+    const bool done = encodeSamples(memory, samples, text, state);
+    const bool closed = std::fclose(memory) == 0;
+    std::string out = done && closed ? std::string(buffer, size) : std::string();
+    std::free(buffer);
+    if (!done) throw std::runtime_error(std::string("cannot encode a PNG: ") + state.message);
+    if (!closed) throw std::runtime_error("cannot encode a PNG: out of memory");
+    return out;
 }
 
 std::string ppm(const Samples& samples) {

@@ -40,6 +40,8 @@ using PngText = std::vector<std::pair<std::string, std::string>>;
 // Writes the frame as a PNG whole or not at all; throws std::runtime_error
 // naming the file on failure.
 void writePng(const std::string& path, const Samples& samples, const PngText& text = {});
+// The same PNG in memory; throws std::runtime_error on failure.
+std::string pngBytes(const Samples& samples, const PngText& text = {});
 
 // One image of a PPM stream (P6): 8-bit samples, or 16-bit big-endian ones
 // with the largest value the depth allows as the maximum.

@@ -25,6 +25,7 @@
 #include "applet_info.h"
 #include "config_check.h"
 #include "safe_file.h"
+#include "serve.h"
 #include "session.h"
 #include "shell.h"
 
@@ -403,6 +404,7 @@ struct Args {
     std::string demoFolder = "pelagon-demo";
     int demoFrames = 4;
     std::string script;
+    ServeOptions serve;
 };
 
 constexpr int kFramesLost = 3;  // --fail-on-drop: frames were lost or overwritten
@@ -626,6 +628,14 @@ const Command kCommands[] = {
          demo(*s, a.demoFolder, a.demoFrames);
          return 0;
      }},
+    {"serve", "a live viewer in the browser: image, parameters, histogram, trigger (until Ctrl-C)", Needs::Prepared,
+     false,
+     [](CLI::App& c, Args& a) {
+         c.add_option("--host", a.serve.host, "address to listen on (default 127.0.0.1: this machine only)")
+             ->check(kNotEmpty);
+         c.add_option("--port", a.serve.port, "port (default 8080; 0 picks a free one)")->check(wholeNumber(0, 65535));
+     },
+     [](Session* s, Args& a) { return serve(*s, a.serve); }},
     {"shell", "one board for many commands, from a terminal or a script file", Needs::Prepared, false,
      [](CLI::App& c, Args& a) {
          c.add_option("SCRIPT", a.script, "a file of commands, one per line (default: standard input)");
