@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "AppletConstants.h"
+#include "Fail.h"
 #include "FgZuWrapperImpl.h"
 #include "pelagon_errors.h"
 
@@ -12,7 +13,7 @@ constexpr uint32_t kAppletVersion = 3;
 constexpr uint32_t kChannels = 4;
 
 void requireValue(const void* value) {
-    if (!value) throw int{PGN_ERR_INVALID_ARGUMENT};
+    if (!value) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
 }
 
 }  // namespace
@@ -40,7 +41,7 @@ void FgZuWrapperImpl::get_sdk_param_FG_HAP_FILE_P0(char* value) {
 void FgZuWrapperImpl::get_sdk_param_FG_DMASTATUS_P0(uint32_t* value) {
     requireValue(value);
     const int rc = getUnwrappedParameterWithType(FG_RT_DMASTATUS, value, 0, FG_PARAM_TYPE_UINT32_T);
-    if (rc != 0) throw rc;
+    if (rc != 0) pelagon::fail(rc);
 }
 
 void FgZuWrapperImpl::get_sdk_param_FG_DIGIO_INPUT_P0(uint32_t* value) {
@@ -85,13 +86,13 @@ void readChannels(void* value, int type, Read read) {
     if (type == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
         const auto* access = static_cast<const FieldParameterAccess*>(value);
         if (access->index > kChannels - 1 || access->count > kChannels || access->index > kChannels - access->count)
-            throw int{PGN_ERR_INVALID_ARGUMENT};
-        if (FgZuWrapper::elementType(*access) != FG_PARAM_TYPE_DOUBLE) throw int{PGN_ERR_INVALID_ARGUMENT};
+            pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
+        if (FgZuWrapper::elementType(*access) != FG_PARAM_TYPE_DOUBLE) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
         read(value, FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS);
     } else {
         if (!FgZuWrapper::singleRecordFits<FieldParameterDouble_s>(type) ||
             static_cast<const FieldParameterDouble_s*>(value)->index > kChannels - 1)
-            throw int{PGN_ERR_INVALID_ARGUMENT};
+            pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
         read(value, FG_PARAM_TYPE_STRUCT_FIELDPARAMDOUBLE);
     }
 }

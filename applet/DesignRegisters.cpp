@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 
+#include "Fail.h"
 #include "pelagon_errors.h"
 
 void FgZuWrapperImpl::retrieveIds() {
@@ -14,22 +15,22 @@ void FgZuWrapperImpl::retrieveIds() {
 
 void FgZuWrapperImpl::writeRegister(int id, const void* value, int index, int type, bool throwOnError) {
     if (!value) {
-        if (throwOnError) throw int{PGN_ERR_INVALID_ARGUMENT};
+        if (throwOnError) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
         return;
     }
     const int result =
         setUnwrappedParameterWithType(id, value, static_cast<unsigned int>(index), type);
-    if (result != 0 && throwOnError) throw result;
+    if (result != 0 && throwOnError) pelagon::fail(result);
 }
 
 void FgZuWrapperImpl::readRegister(int id, void* value, int index, int type, bool throwOnError) {
     if (!value) {
-        if (throwOnError) throw int{PGN_ERR_INVALID_ARGUMENT};
+        if (throwOnError) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
         return;
     }
     const int result =
         getUnwrappedParameterWithType(id, value, static_cast<unsigned int>(index), type);
-    if (result != 0 && throwOnError) throw result;
+    if (result != 0 && throwOnError) pelagon::fail(result);
 }
 
 // A single DMA channel serves the one camera, so there is nothing to map or

@@ -8,6 +8,7 @@
 #include <type_traits>
 
 #include "AppletConstants.h"
+#include "Fail.h"
 #include "FgZuWrapperImpl.h"
 #include "hap_runtime.h"
 #include "pelagon_errors.h"
@@ -29,11 +30,9 @@ struct Handler {
     Getter get;
 };
 
-[[noreturn]] void refuse(int code) { throw code; }
-
 // Elements `index` .. `index + count - 1` of an array of `size`.
 void checkRange(uint64_t index, uint64_t count, uint64_t size) {
-    if (index >= size || count > size || index + count > size) refuse(PGN_ERR_INVALID_ARGUMENT);
+    if (index >= size || count > size || index + count > size) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
 }
 
 // The element types a range record may name when it reads an array cache:
@@ -53,12 +52,12 @@ template <typename Single, typename Element, size_t N>
 void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
     if (type == FG_PARAM_TYPE_STRUCT_FIELDPARAMACCESS) {
         auto* access = static_cast<FieldParameterAccess*>(value);
-        if (!access->p.p_uint32_t) refuse(PGN_ERR_INVALID_ARGUMENT);
+        if (!access->p.p_uint32_t) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
         checkRange(access->index, access->count, N);
-        if (!readableElementType<Element>(FgZuWrapper::elementType(*access))) refuse(PGN_ERR_INVALID_ARGUMENT);
+        if (!readableElementType<Element>(FgZuWrapper::elementType(*access))) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
         FgZuWrapper::getFieldCache(cache, access);
     } else {
-        if (!FgZuWrapper::singleRecordFits<Single>(type)) refuse(PGN_ERR_INVALID_ARGUMENT);
+        if (!FgZuWrapper::singleRecordFits<Single>(type)) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
         auto* single = static_cast<Single*>(value);
         checkRange(single->index, 1, N);
         FgZuWrapper::getFieldCache(cache, single);
@@ -73,11 +72,11 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
     {id,                                                                                              \
      [](auto& w, const void* v, int) {                                                                \
          if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
-             refuse(PGN_ERR_READ_ONLY);                                                               \
+             pelagon::fail(PGN_ERR_READ_ONLY);                                                               \
          else if constexpr (requires { w.set_sdk_param_##NAME##_P0(ValueType{}, true); })             \
              w.set_sdk_param_##NAME##_P0(*static_cast<const ValueType*>(v), true);                    \
          else                                                                                         \
-             refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
+             pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                        \
      },                                                                                               \
      [](auto& w, void* v, int, int) {                                                                 \
          if constexpr (requires { w.get_sdk_param_##NAME##_P0(static_cast<ValueType*>(nullptr)); })   \
@@ -90,11 +89,11 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
     {id,                                                                                              \
      [](auto& w, const void* v, int) {                                                                \
          if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
-             refuse(PGN_ERR_READ_ONLY);                                                               \
+             pelagon::fail(PGN_ERR_READ_ONLY);                                                               \
          else if constexpr (requires { w.set_sdk_param_##NAME##_P0("", true); })                      \
              w.set_sdk_param_##NAME##_P0(static_cast<const char*>(v), true);                          \
          else                                                                                         \
-             refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
+             pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                        \
      },                                                                                               \
      [](auto& w, void* v, int, int) {                                                                 \
          if constexpr (requires { w.get_sdk_param_##NAME##_P0(static_cast<char*>(nullptr)); })        \
@@ -109,17 +108,17 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
     {id,                                                                                              \
      [](auto& w, const void* v, int t) {                                                              \
          if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
-             refuse(PGN_ERR_READ_ONLY);                                                               \
+             pelagon::fail(PGN_ERR_READ_ONLY);                                                               \
          else if (!FgZuWrapper::knownTypeCode(t))                                                     \
-             refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
+             pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                        \
          else if constexpr (requires { w.set_sdk_param_##NAME##_P0(v, t, true); })                    \
              w.set_sdk_param_##NAME##_P0(v, t, true);                                                 \
          else                                                                                         \
-             refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
+             pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                        \
      },                                                                                               \
      [](auto& w, void* v, int, int t) {                                                               \
          if (!FgZuWrapper::knownTypeCode(t))                                                          \
-             refuse(PGN_ERR_INVALID_ARGUMENT);                                                        \
+             pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                        \
          else if constexpr (requires { w.get_sdk_param_##NAME##_P0(v, t); })                          \
              w.get_sdk_param_##NAME##_P0(v, t);                                                       \
          else                                                                                         \
@@ -129,10 +128,10 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
 // The runtime's own parameters: read through the runtime with the caller's
 // DMA index and type, never written by applications.
 #define PELAGON_RUNTIME_HANDLER(id)                                                                   \
-    {id, [](auto&, const void*, int) { refuse(PGN_ERR_READ_ONLY); },                                  \
+    {id, [](auto&, const void*, int) { pelagon::fail(PGN_ERR_READ_ONLY); },                                  \
      [](auto& w, void* v, int dma, int t) {                                                           \
          const int rc = w.getUnwrappedParameterWithType(id, v, static_cast<unsigned>(dma), t);        \
-         if (rc != 0) refuse(rc);                                                                     \
+         if (rc != 0) pelagon::fail(rc);                                                                     \
      }},
 
 const Handler kHandlers[] = {
@@ -181,7 +180,7 @@ const Handler* findHandler(int id) {
 // The one DMA channel belongs to process 0; anything else is not served.
 void checkDma(const std::map<int, int>& dmaProcess, int dma) {
     const auto process = dmaProcess.find(dma);
-    if (process == dmaProcess.end() || process->second != 0) refuse(PGN_ERR_INVALID_ARGUMENT);
+    if (process == dmaProcess.end() || process->second != 0) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
 }
 
 }  // namespace
@@ -246,13 +245,13 @@ int FgZuWrapperImpl::Fg_getParameterWithType(int id, void* value, int dma, int t
 void FgZuWrapperImpl::setParameterWithType(int id, const void* value, int dma, int type) {
     checkDma(map_dma_process, dma);
     const Handler* handler = findHandler(id);
-    if (!handler) refuse(PGN_ERR_INVALID_ARGUMENT);
+    if (!handler) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
     handler->set(*this, value, type);
 }
 
 void FgZuWrapperImpl::getParameterWithType(int id, void* value, int dma, int type) {
     checkDma(map_dma_process, dma);
     const Handler* handler = findHandler(id);
-    if (!handler) refuse(PGN_ERR_INVALID_ARGUMENT);
+    if (!handler) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
     handler->get(*this, value, dma, type);
 }

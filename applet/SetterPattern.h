@@ -5,6 +5,8 @@
 // configuration loading do not). Registers already written stay written.
 #pragma once
 
+#include "Fail.h"
+
 namespace pelagon {
 
 template <typename T, typename Validate, typename Apply>
@@ -23,7 +25,5 @@ void runSetter(T& cache, const T& value, bool throwOnError, Validate validate, A
         if (throwOnError) throw;
     }
 }
-
-[[noreturn]] inline void fail(int code) { throw code; }
 
 }  // namespace pelagon

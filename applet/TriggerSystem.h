@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "Fail.h"
 #include "pelagon_errors.h"
 
 // The id member of a trigger block register, named after `Device1_Process1_Trigger_`.
@@ -60,7 +61,7 @@ inline bool periodCovers(double rate, double spanUs) { return 1000000.0 / rate >
 // The destination of a getter; a null one is refused.
 template <typename T>
 T& readOut(T* value) {
-    if (!value) throw int{PGN_ERR_INVALID_ARGUMENT};
+    if (!value) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);
     return *value;
 }
 

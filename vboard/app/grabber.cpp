@@ -132,30 +132,8 @@ bool parseNumber(const std::string& text, T& value) {
 }  // namespace
 
 std::string errorText(int code) {
-    switch (code) {
-        case PGN_OK: return "no error";
-        case PGN_ERR_READ_ONLY: return "the parameter is read-only, or the runtime lacks the function";
-        case PGN_ERR_TRIGGER_BUSY: return "the trigger is busy and the queue is off";
-        case PGN_ERR_DESIGN_NOT_LOADED: return "the design image could not be loaded";
-        case PGN_ERR_OUT_OF_MEMORY: return "out of memory, or the buffer is too small";
-        case PGN_ERR_NO_INSTANCE: return "no applet instance behind the handle";
-        case PGN_ERR_RUNTIME_UNAVAILABLE: return "the frame grabber runtime is missing or unusable";
-        case PGN_ERR_INVALID_ARGUMENT: return "invalid argument: pointer, id, name, index, form or type";
-        case PGN_ERR_DECODE: return "the value cannot be decoded";
-        case PGN_ERR_FILE_MISSING: return "the file does not exist";
-        case PGN_ERR_DOWNSCALE_TOO_SMALL: return "the pulse form generator downscale is too small for the trigger rate";
-        case PGN_ERR_PERIOD_TOO_SHORT: return "the trigger period is shorter than a pulse form";
-        case kErrTimeout: return "time-out: no frame arrived in time";
-        case PGN_ERR_NOT_SUPPORTED: return "the operation is not supported";
-        case PGN_ERR_NOT_SOFTWARE_MODE: return "software trigger outside the software trigger mode";
-        case PGN_ERR_TRIGGER_NOT_ACTIVE: return "software trigger while the trigger is not active";
-        case PGN_ERR_BAD_CONFIG: return "malformed configuration file";
-        case PGN_ERR_FILE_IO: return "the file cannot be read or written";
-        case PGN_ERR_OUT_OF_RANGE: return "value out of range, not in the enumeration, or in conflict with another parameter";
-        case PGN_ERR_STEP: return "value not a multiple of the required step";
-        case PGN_ERR_KEY_MISSING: return "a key is missing in the configuration file";
-        default: return "unknown error";
-    }
+    const char* text = pelagon_error_text(code);
+    return text ? text : "unknown error";
 }
 
 std::string defaultAppletPath() {

@@ -142,7 +142,7 @@ public:
     int64_t lostFrames() const;
     // Waits until frame n (counted from 1) has arrived and returns the newest
     // frame number (Fg_getLastPicNumberBlockingEx). Throws Error with code
-    // -2120 when the time runs out or the acquisition stops first.
+    // PGN_ERR_TIMEOUT (-2120) when the time runs out or the acquisition stops first.
     int64_t waitForFrame(int64_t n, std::chrono::milliseconds timeout);
     // A copy of frame n, taken while its buffer still holds it (n > count of
     // buffers frames ago is overwritten and throws).

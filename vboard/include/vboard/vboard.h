@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fg_api.h"
+#include "pelagon_errors.h"
 
 #define VBOARD_API __attribute__((visibility("default")))
 
@@ -18,7 +19,7 @@ namespace vboard {
 
 inline constexpr int kRegisterIdBase = 0x10000;
 inline constexpr int kBoardType = 2647;
-inline constexpr int kErrTimeout = -2120;
+inline constexpr int kErrTimeout = PGN_ERR_TIMEOUT;
 
 enum class Access { Read, Write };
 enum class Path { Parameter, Raw };
