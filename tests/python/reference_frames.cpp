@@ -23,8 +23,10 @@ int main(int argc, char** argv) {
             g.set(assignment.substr(0, eq), assignment.substr(eq + 1));
         }
         const long frames = std::strtol(argv[3], nullptr, 10);
+        // One buffer per frame, and the acquisition ends with the last: a
+        // running one would overwrite frame 1 before it is read.
         g.allocateBuffers(static_cast<unsigned>(frames));
-        g.start();
+        g.start(frames);
         g.waitForFrame(frames, std::chrono::seconds(10));
         for (long n = 1; n <= frames; ++n) {
             const vboard::Frame f = g.frame(n);
