@@ -16,7 +16,8 @@ namespace {
 constexpr uint32_t kMaxWidth = 16384;
 constexpr uint32_t kMaxHeight = 65535;
 constexpr uint32_t kWidthStep = 16;
-constexpr int kIdWidth = 100, kIdHeight = 200, kIdXOffset = 300, kIdYOffset = 400;
+constexpr int kIdWidth = pelagon::id::FG_WIDTH, kIdHeight = pelagon::id::FG_HEIGHT, kIdXOffset = pelagon::id::FG_XOFFSET,
+              kIdYOffset = pelagon::id::FG_YOFFSET;
 constexpr uint32_t kOverflowFillLevel = 100;
 
 // The Bayer phase seen by the white balance and demosaicing stages: the base

@@ -30,10 +30,18 @@ constexpr double kMaxPixelFrequencyMHz = 4000.0;
 constexpr double kMinRate = 0.1;  // Hz, line and frame rate
 constexpr double kSaturatedFrequencyMHz = 1500.0;
 
-enum Mode : uint32_t { kPixelFrequencyMode = 0, kLineRateMode = 1, kFrameRateMode = 2 };
+namespace modes = pelagon::symbol::CameraSimulatorMode;
+enum Mode : uint32_t {
+    kPixelFrequencyMode = modes::FG_PIXEL_FREQUENCY,
+    kLineRateMode = modes::FG_LINERATE,
+    kFrameRateMode = modes::FG_FRAMERATE
+};
 
-constexpr int kIdWidth = 30102, kIdLineGap = 30105, kIdHeight = 200322, kIdFrameGap = 200325;
-constexpr int kIdPixelFrequency = 30106, kIdLineRate = 200329, kIdFrameRate = 200352;
+namespace id = pelagon::id;
+constexpr int kIdWidth = id::FG_CAMERASIMULATOR_WIDTH, kIdLineGap = id::FG_CAMERASIMULATOR_LINE_GAP,
+              kIdHeight = id::FG_CAMERASIMULATOR_HEIGHT, kIdFrameGap = id::FG_CAMERASIMULATOR_FRAME_GAP;
+constexpr int kIdPixelFrequency = id::FG_CAMERASIMULATOR_PIXEL_FREQUENCY, kIdLineRate = id::FG_CAMERASIMULATOR_LINERATE,
+              kIdFrameRate = id::FG_CAMERASIMULATOR_FRAMERATE;
 
 constexpr int32_t kReadOnly = REG_ACCESS_READ;
 constexpr int32_t kChangeable = REG_ACCESS_READ | REG_ACCESS_WRITE | REG_ACCESS_CHANGE;
@@ -205,8 +213,9 @@ void FgZuWrapperImpl::set_sdk_param_FG_CAMERASIMULATOR_ENABLE_P0(uint32_t value,
 
 void FgZuWrapperImpl::set_sdk_param_FG_CAMERASIMULATOR_PATTERN_P0(uint32_t value, bool throwOnError) {
     // x enable and y divisor: horizontal 1, 1; vertical 0, 256; diagonal 1, 256.
-    const uint32_t alongX = value == 2 ? 0 : 1;
-    const uint32_t yDivisor = value == 1 ? 1 : 256;
+    namespace pattern = pelagon::symbol::CameraSimulatorPattern;
+    const uint32_t alongX = value == pattern::FG_VERTICAL ? 0 : 1;
+    const uint32_t yDivisor = value == pattern::FG_HORIZONTAL ? 1 : 256;
     setListed(*this, cache_FG_CAMERASIMULATOR_PATTERN_P0, value, throwOnError, pelagon::enums::CameraSimulatorPattern,
               {{&FgZuWrapperImpl::set_zu_param_Device1_Process0_CameraSimulator_EnableX_Enable_Value, alongX},
                {&FgZuWrapperImpl::set_zu_param_Device1_Process0_CameraSimulator_Y_Divisor, yDivisor}});
@@ -223,7 +232,7 @@ void FgZuWrapperImpl::set_sdk_param_FG_CAMERASIMULATOR_PATTERN_OFFSET_P0(uint32_
 
 void FgZuWrapperImpl::set_sdk_param_FG_CAMERASIMULATOR_ROLL_P0(uint32_t value, bool throwOnError) {
     // A frame divisor of 256 rolls the pattern, 1 keeps it still.
-    const uint32_t divisor = value == 1 ? 256 : 1;
+    const uint32_t divisor = value == pelagon::symbol::OnOff::FG_ON ? 256 : 1;
     setListed(*this, cache_FG_CAMERASIMULATOR_ROLL_P0, value, throwOnError, pelagon::enums::OnOff,
               {{&FgZuWrapperImpl::set_zu_param_Device1_Process0_CameraSimulator_Frame_Divisor, divisor}});
 }
@@ -231,8 +240,9 @@ void FgZuWrapperImpl::set_sdk_param_FG_CAMERASIMULATOR_ROLL_P0(uint32_t value, b
 void FgZuWrapperImpl::set_sdk_param_FG_CAMERASIMULATOR_TRIGGER_MODE_P0(uint32_t value, bool throwOnError) {
     // Free run opens the valve for good; otherwise a pulse releases one line
     // (valve mode 1) or one frame (valve mode 2).
-    const uint32_t freeRun = value == 0 ? 1 : 0;
-    const uint32_t valveMode = value == 8 ? 1 : 2;
+    namespace trigger = pelagon::symbol::CameraSimulatorTriggerMode;
+    const uint32_t freeRun = value == trigger::SIMULATION_FREE_RUN ? 1 : 0;
+    const uint32_t valveMode = value == trigger::RISING_EDGE_TRIGGERS_LINE ? 1 : 2;
     setListed(
         *this, cache_FG_CAMERASIMULATOR_TRIGGER_MODE_P0, value, throwOnError,
         pelagon::enums::CameraSimulatorTriggerMode,

@@ -65,18 +65,18 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
 }
 
 // Setters and getters are found by name. A read-only parameter refuses every
-// write; a parameter whose member exists is served by it; a readable
-// parameter without a getter of its own reads its cache; a writable parameter
-// without a setter is not offered yet.
+// write; a writable one must have its setter, or the applet does not compile;
+// a readable parameter without a getter of its own reads its cache.
 #define PELAGON_SCALAR_HANDLER(id, NAME, access, ValueType)                                           \
     {id,                                                                                              \
      [](auto& w, const void* v, int) {                                                                \
          if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
-             pelagon::fail(PGN_ERR_READ_ONLY);                                                               \
-         else if constexpr (requires { w.set_sdk_param_##NAME##_P0(ValueType{}, true); })             \
+             pelagon::fail(PGN_ERR_READ_ONLY);                                                        \
+         else {                                                                                       \
+             static_assert(requires { w.set_sdk_param_##NAME##_P0(ValueType{}, true); },              \
+                           "the writable parameter " #NAME " has no setter");                         \
              w.set_sdk_param_##NAME##_P0(*static_cast<const ValueType*>(v), true);                    \
-         else                                                                                         \
-             pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                        \
+         }                                                                                            \
      },                                                                                               \
      [](auto& w, void* v, int, int) {                                                                 \
          if constexpr (requires { w.get_sdk_param_##NAME##_P0(static_cast<ValueType*>(nullptr)); })   \
@@ -89,11 +89,12 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
     {id,                                                                                              \
      [](auto& w, const void* v, int) {                                                                \
          if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
-             pelagon::fail(PGN_ERR_READ_ONLY);                                                               \
-         else if constexpr (requires { w.set_sdk_param_##NAME##_P0("", true); })                      \
+             pelagon::fail(PGN_ERR_READ_ONLY);                                                        \
+         else {                                                                                       \
+             static_assert(requires { w.set_sdk_param_##NAME##_P0("", true); },                       \
+                           "the writable parameter " #NAME " has no setter");                         \
              w.set_sdk_param_##NAME##_P0(static_cast<const char*>(v), true);                          \
-         else                                                                                         \
-             pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                        \
+         }                                                                                            \
      },                                                                                               \
      [](auto& w, void* v, int, int) {                                                                 \
          if constexpr (requires { w.get_sdk_param_##NAME##_P0(static_cast<char*>(nullptr)); })        \
@@ -108,17 +109,17 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
     {id,                                                                                              \
      [](auto& w, const void* v, int t) {                                                              \
          if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
-             pelagon::fail(PGN_ERR_READ_ONLY);                                                               \
-         else if (!FgZuWrapper::knownTypeCode(t))                                                     \
-             pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                        \
-         else if constexpr (requires { w.set_sdk_param_##NAME##_P0(v, t, true); })                    \
+             pelagon::fail(PGN_ERR_READ_ONLY);                                                        \
+         else {                                                                                       \
+             static_assert(requires { w.set_sdk_param_##NAME##_P0(v, t, true); },                     \
+                           "the writable parameter " #NAME " has no setter");                         \
+             if (!FgZuWrapper::knownTypeCode(t)) pelagon::fail(PGN_ERR_INVALID_ARGUMENT);             \
              w.set_sdk_param_##NAME##_P0(v, t, true);                                                 \
-         else                                                                                         \
-             pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                        \
+         }                                                                                            \
      },                                                                                               \
      [](auto& w, void* v, int, int t) {                                                               \
          if (!FgZuWrapper::knownTypeCode(t))                                                          \
-             pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                        \
+             pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                 \
          else if constexpr (requires { w.get_sdk_param_##NAME##_P0(v, t); })                          \
              w.get_sdk_param_##NAME##_P0(v, t);                                                       \
          else                                                                                         \
@@ -128,10 +129,10 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
 // The runtime's own parameters: read through the runtime with the caller's
 // DMA index and type, never written by applications.
 #define PELAGON_RUNTIME_HANDLER(id)                                                                   \
-    {id, [](auto&, const void*, int) { pelagon::fail(PGN_ERR_READ_ONLY); },                                  \
+    {id, [](auto&, const void*, int) { pelagon::fail(PGN_ERR_READ_ONLY); },                           \
      [](auto& w, void* v, int dma, int t) {                                                           \
          const int rc = w.getUnwrappedParameterWithType(id, v, static_cast<unsigned>(dma), t);        \
-         if (rc != 0) pelagon::fail(rc);                                                                     \
+         if (rc != 0) pelagon::fail(rc);                                                              \
      }},
 
 const Handler kHandlers[] = {
@@ -140,9 +141,9 @@ const Handler kHandlers[] = {
 #define PELAGON_PARAM_UINT64(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, uint64_t)
 #define PELAGON_PARAM_DOUBLE(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, double)
 #define PELAGON_PARAM_STRING(index, id, NAME, display, access, ...) PELAGON_STRING_HANDLER(id, NAME, access)
-#define PELAGON_PARAM_UINTFIELD(index, id, NAME, display, access, ...)                                         \
+#define PELAGON_PARAM_UINTFIELD(index, id, NAME, display, access, ...)                                \
     PELAGON_FIELD_HANDLER(id, NAME, access, FieldParameterInt_s)
-#define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, ...)                                       \
+#define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, ...)                              \
     PELAGON_FIELD_HANDLER(id, NAME, access, FieldParameterDouble_s)
 #define PELAGON_RUNTIME_PARAM(index, id, NAME) PELAGON_RUNTIME_HANDLER(id)
 #include "catalogue.def"

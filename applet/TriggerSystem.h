@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "EnumTables.h"
 #include "Fail.h"
 #include "pelagon_errors.h"
 
@@ -23,18 +24,15 @@
 
 namespace pelagon::trigger {
 
-// Parameter ids by their SDK names, taken from the catalogue.
-namespace id {
-#define PELAGON_PARAM_UINT(index, pid, NAME, ...) inline constexpr int NAME = pid;
-#define PELAGON_PARAM_ENUM(index, pid, NAME, ...) inline constexpr int NAME = pid;
-#define PELAGON_PARAM_DOUBLE(index, pid, NAME, ...) inline constexpr int NAME = pid;
-#include "catalogue.def"
-#include "CatalogueUndef.h"
-}  // namespace id
+namespace id = pelagon::id;
 
 // Area trigger modes are bit values; there is no mode 3.
-inline constexpr uint32_t kGenerator = 1, kExternal = 2, kSoftware = 4;
-inline constexpr uint32_t kActive = 0, kAsyncStop = 1, kSyncStop = 2;
+inline constexpr uint32_t kGenerator = pelagon::symbol::AreaTriggerModes::ATM_GENERATOR,
+                          kExternal = pelagon::symbol::AreaTriggerModes::ATM_EXTERNAL,
+                          kSoftware = pelagon::symbol::AreaTriggerModes::ATM_SOFTWARE;
+inline constexpr uint32_t kActive = pelagon::symbol::TriggerStates::TS_ACTIVE,
+                          kAsyncStop = pelagon::symbol::TriggerStates::TS_ASYNC_STOP,
+                          kSyncStop = pelagon::symbol::TriggerStates::TS_SYNC_STOP;
 
 // The value the clear and pulse registers take to act once.
 inline constexpr uint32_t kPulse = 2;
