@@ -195,24 +195,4 @@ FrameInfo copyFrame(dma_mem* mem, int64_t number, std::vector<uint8_t>& out) {
     return info;
 }
 
-namespace {
-
-DesignEmulation& emulationOf(State& s, ZUdevice* board) {
-    if (!s.board(board)) throw Error("vboard: unknown board");
-    if (!board->emulation) throw Error("vboard: no design is bound to the board");
-    return *board->emulation;
-}
-
-}  // namespace
-
-ImageSettings imageSettings(ZUdevice* board) {
-    State& s = state();
-    std::lock_guard lock(s.mutex);
-    DesignEmulation& design = emulationOf(s, board);
-    design.sync(Clock::now());
-    return design.imageSettings();
-}
-
-std::size_t frameBytes(ZUdevice* board) { return imageSettings(board).frameBytes(); }
-
 }  // namespace vboard

@@ -60,12 +60,15 @@ inline void storeLittle(uint8_t* p, uint64_t v) {
     }
 }
 
-// Output writers. They take pixels packed as R | G << kShift | B << 2 kShift
-// from the converted components (LUT and format applied).
+// Output writers, one per format: everything that differs between the
+// formats is here. They take pixels packed as R | G << kShift | B << 2 kShift
+// from the converted components; kBits is a pixel's size in the frame, and
+// kLutShift brings the 12-bit LUT output down to the format's depth.
 template <unsigned Bytes>  // Color24: 3 bytes of 8-bit components; Color48: 3 words
 struct ByteSink {
     static constexpr unsigned kBits = Bytes * 8;
     static constexpr unsigned kShift = kBits / 3;
+    static constexpr unsigned kLutShift = Bytes == 3 ? 4 : 0;
     uint8_t* p;
     void put(uint64_t x) {
         storeLittle<Bytes>(p, x);
@@ -86,6 +89,7 @@ struct ByteSink {
 struct Sink30 {
     static constexpr unsigned kBits = 30;
     static constexpr unsigned kShift = 10;
+    static constexpr unsigned kLutShift = 2;
     uint8_t* p;
     uint64_t bits = 0;
     unsigned count = 0;  // bits held, always below 32 between pixels
@@ -353,28 +357,32 @@ void renderWith(const ImageSettings& s, uint64_t k, const uint16_t* out, const s
     }
 }
 
+// Calls visit.operator()<Sink>() with the writer of format `f`.
+template <typename Visitor>
+auto withSink(OutputFormat f, Visitor&& visit) {
+    switch (f) {
+        case OutputFormat::Color24: return visit.template operator()<ByteSink<3>>();
+        case OutputFormat::Color30: return visit.template operator()<Sink30>();
+        default: return visit.template operator()<ByteSink<6>>();
+    }
+}
+
 }  // namespace
 
 std::size_t ImageSettings::frameBytes() const {
     const uint64_t pixels = uint64_t{roiWidth} * roiHeight;
-    switch (format) {
-        case OutputFormat::Color24: return pixels * 3;
-        case OutputFormat::Color30: return (pixels * 30 + 7) / 8;
-        default: return pixels * 6;
-    }
+    return withSink(format, [&]<typename Sink>() -> std::size_t { return (pixels * Sink::kBits + 7) / 8; });
 }
 
 ImagePipeline::ImagePipeline(ImageSettings settings) : settings_(std::move(settings)) {
     bytes_ = settings_.frameBytes();
     // Lines can be kept apart when each starts on a 32-bit word: at 24 bit
     // when the width is a multiple of 4, at 48 bit of 2, at 30 bit of 16.
-    const uint64_t lineBits = uint64_t{settings_.roiWidth} *
-                              (settings_.format == OutputFormat::Color24   ? 24
-                               : settings_.format == OutputFormat::Color30 ? 30
-                                                                           : 48);
+    const uint64_t lineBits = uint64_t{settings_.roiWidth} * withSink(settings_.format, []<typename Sink>() {
+                                  return Sink::kBits;
+                              });
     if (lineBits > 0 && lineBits % 32 == 0) cache_ = std::make_unique<LineCache>(lineBits / 8);
-    const OutputFormat f = settings_.format;
-    const unsigned down = f == OutputFormat::Color24 ? 4 : f == OutputFormat::Color30 ? 2 : 0;
+    const unsigned down = withSink(settings_.format, []<typename Sink>() { return Sink::kLutShift; });
     const unsigned up = down == 0 && settings_.leftAligned ? 4 : 0;
     out_.resize(3 * kTable);  // entries missing from a LUT read as 0
     for (std::size_t c = 0; c < 3; ++c) {
@@ -400,11 +408,9 @@ ImagePipeline::~ImagePipeline() = default;
 
 void ImagePipeline::renderFull(uint64_t k, uint8_t* out) const {
     const std::array<const uint16_t*, 4> ramps = {ramp_[0].data(), ramp_[1].data(), ramp_[2].data(), ramp_[3].data()};
-    switch (settings_.format) {
-        case OutputFormat::Color24: renderWith<ByteSink<3>>(settings_, k, out_.data(), ramps, out, cache_.get()); break;
-        case OutputFormat::Color30: renderWith<Sink30>(settings_, k, out_.data(), ramps, out, cache_.get()); break;
-        default: renderWith<ByteSink<6>>(settings_, k, out_.data(), ramps, out, cache_.get()); break;
-    }
+    withSink(settings_.format, [&]<typename Sink>() {
+        renderWith<Sink>(settings_, k, out_.data(), ramps, out, cache_.get());
+    });
 }
 
 std::size_t ImagePipeline::render(uint64_t k, uint8_t* out, std::size_t capacity) const {
