@@ -14,6 +14,10 @@
 
 namespace boundary {
 
+// The names the applet numbers for clients (indices 0 .. 134): written here
+// once, from what the applet must offer, not taken from its catalogue.
+inline constexpr int kNamedParameters = 135;
+
 // Sets an environment variable for the lifetime of the object (before the
 // host that should see it is created) and removes it afterwards.
 class ScopedEnv {

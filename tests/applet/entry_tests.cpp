@@ -24,7 +24,7 @@ TEST(AppletEntry, CreationReportsSuccessAndFreeingReleasesTheInstance) {
     ASSERT_NE(fg->Master, nullptr);
     EXPECT_EQ(error, 0);
     EXPECT_EQ(api().Fg_getLastErrorNumber(fg), 0);
-    EXPECT_EQ(api().Fg_getNrOfParameter(fg), 135);
+    EXPECT_EQ(api().Fg_getNrOfParameter(fg), boundary::kNamedParameters);
     EXPECT_EQ(api().Fg_FreeGrabber(fg), 0);
     EXPECT_EQ(fg->Master, nullptr);
     // Freed once: a second call finds no instance.

@@ -64,7 +64,7 @@ TEST_F(AppletHostileCalls, EveryExportAnswersGarbageArguments) {
         {"name of index -1", [&] { return given(a.Fg_getParameterName(fg, -1)); }, 0, kInvalid},
         {"name of index INT_MAX", [&] { return given(a.Fg_getParameterName(fg, INT_MAX)); }, 0, kInvalid},
         {"id of index INT_MIN", [&] { return a.Fg_getParameterId(fg, INT_MIN); }, kInvalid},
-        {"id of index 135", [&] { return a.Fg_getParameterId(fg, 135); }, kInvalid},
+        {"id of the index after the last", [&] { return a.Fg_getParameterId(fg, boundary::kNamedParameters); }, kInvalid},
         // Refused before the lookup, and so not recorded.
         {"id of a null name", [&] { return a.Fg_getParameterIdByName(fg, nullptr); }, kInvalid, kNotRecorded},
         {"id of an empty name", [&] { return a.Fg_getParameterIdByName(fg, ""); }, kInvalid, kNotRecorded},
@@ -121,7 +121,7 @@ TEST_F(AppletHostileCalls, EveryExportAnswersGarbageArguments) {
         EXPECT_EQ(lastError(host), c.recorded == kNotRecorded ? 0 : c.recorded) << c.what;
     }
     // The instance is still whole after all of it.
-    EXPECT_EQ(a.Fg_getNrOfParameter(fg), 135);
+    EXPECT_EQ(a.Fg_getNrOfParameter(fg), boundary::kNamedParameters);
     EXPECT_EQ(host.setU32(100, 512), 0);
 }
 

@@ -160,7 +160,7 @@ TEST_F(AppletRegistry, EnumerationRowsKeepTheirOrder) {
 // hostile_calls_tests.cpp.
 TEST_F(AppletRegistry, NameMapNumbersAllHundredThirtyFiveNames) {
     const int count = host.api.Fg_getNrOfParameter(host.fg);
-    ASSERT_EQ(count, 135);
+    ASSERT_EQ(count, boundary::kNamedParameters);
     const struct {
         int index;
         const char* name;
@@ -179,7 +179,7 @@ TEST_F(AppletRegistry, NameMapNumbersAllHundredThirtyFiveNames) {
         EXPECT_EQ(host.api.Fg_getParameterIdByName(host.fg, row.name), row.id) << row.name;
         EXPECT_EQ(lastError(host), 0);
     }
-    for (int outside : {135, -1, 1 << 30}) {
+    for (int outside : {boundary::kNamedParameters, -1, 1 << 30}) {
         EXPECT_EQ(host.api.Fg_getParameterName(host.fg, outside), nullptr) << outside;
         EXPECT_EQ(lastError(host), PGN_ERR_INVALID_ARGUMENT);
         host.api.Fg_getParameterName(host.fg, 0);
