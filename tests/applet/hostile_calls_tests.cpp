@@ -64,7 +64,9 @@ TEST_F(AppletHostileCalls, EveryExportAnswersGarbageArguments) {
         {"name of index -1", [&] { return given(a.Fg_getParameterName(fg, -1)); }, 0, kInvalid},
         {"name of index INT_MAX", [&] { return given(a.Fg_getParameterName(fg, INT_MAX)); }, 0, kInvalid},
         {"id of index INT_MIN", [&] { return a.Fg_getParameterId(fg, INT_MIN); }, kInvalid},
-        {"id of the index after the last", [&] { return a.Fg_getParameterId(fg, boundary::kNamedParameters); }, kInvalid},
+        {"id of the index after the last",
+         [&] { return a.Fg_getParameterId(fg, boundary::kNamedParameters); },
+         kInvalid},
         // Refused before the lookup, and so not recorded.
         {"id of a null name", [&] { return a.Fg_getParameterIdByName(fg, nullptr); }, kInvalid, kNotRecorded},
         {"id of an empty name", [&] { return a.Fg_getParameterIdByName(fg, ""); }, kInvalid, kNotRecorded},
