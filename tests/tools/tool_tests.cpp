@@ -672,3 +672,35 @@ TEST_F(ToolInShellTest, ShellKeepsOneBoardForAScript) {
     EXPECT_NE(r.out.find("FG_FORMAT = FG_COL48"), std::string::npos) << r.out << r.err;
     EXPECT_NE(read(".pelagon_history").find("get\\040FG_FORMAT"), std::string::npos);
 }
+
+// A small file system that is full, then read-only (a tmpfs in a mount
+// namespace of its own): every write fails with its cause, the old files
+// stay, and nothing is left behind.
+TEST_F(ToolInShellTest, FullAndReadOnlyFileSystemsKeepTheOldFiles) {
+    const std::string inner = write("inner.sh",
+                                    "T=\"$1\"; D=\"$(dirname \"$0\")\"; M=\"$D/mnt\"; mkdir -p \"$M\"\n"
+                                    "mount -t tmpfs -o size=200k tmpfs \"$M\" || exit 77\n"
+                                    "echo old > \"$M/c.mcf\"; echo old > \"$M/x.xml\"\n"
+                                    "head -c 1000000 /dev/zero > \"$M/filler\" 2>/dev/null\n"
+                                    "\"$T\" config save \"$M/c.mcf\" 2>>\"$D/err\"; echo \"save $?\"\n"
+                                    "\"$T\" xml -o \"$M/x.xml\" 2>>\"$D/err\"; echo \"xml $?\"\n"
+                                    "\"$T\" --set FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR acquire -n 2 -o \"$M/f\" "
+                                    "2>>\"$D/err\"; echo \"acquire $?\"\n"
+                                    "echo \"kept $(cat \"$M/c.mcf\") $(cat \"$M/x.xml\")\"\n"
+                                    "echo \"files $(ls -A \"$M\" | tr \"\\n\" \" \")\"\n"
+                                    "rm \"$M/filler\"; mount -o remount,ro \"$M\"\n"
+                                    "\"$T\" config save \"$M/c.mcf\" 2>>\"$D/err\"; echo \"read-only save $?\"\n"
+                                    "\"$T\" --set FG_CAMERASIMULATOR_ENABLE=FG_CAMERASIMULATOR acquire -o \"$M/g\" "
+                                    "2>>\"$D/err\"; echo \"read-only acquire $?\"\n"
+                                    "echo \"kept $(cat \"$M/c.mcf\")\"\n");
+    const ProcessOutcome r = shell("unshare -m bash \"" + inner + "\" \"$0\"", {});
+    if (r.status == 77 || r.err.find("unshare") != std::string::npos)
+        GTEST_SKIP() << "no mount namespace here: " << r.err;
+    EXPECT_EQ(r.out,
+              "save 1\nxml 1\nacquire 1\nkept old old\nfiles c.mcf filler x.xml \n"
+              "read-only save 1\nread-only acquire 1\nkept old\n");
+    const std::string err = read("err");
+    EXPECT_NE(err.find("c.mcf: no space left on device"), std::string::npos) << err;
+    EXPECT_NE(err.find("x.xml: no space left on device"), std::string::npos) << err;
+    EXPECT_NE(err.find("read-only file system"), std::string::npos) << err;
+}
