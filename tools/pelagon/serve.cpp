@@ -33,8 +33,8 @@ using namespace std::chrono_literals;
 using Json = nlohmann::ordered_json;
 
 // Threads answering requests: every open stream (a live image, the events)
-// holds one, and ten viewers hold two each.
-constexpr std::size_t kThreads = 48;
+// holds one, ten viewers hold two each, and the rest take requests.
+constexpr std::size_t kThreads = 64;
 constexpr auto kEventPoll = 500ms;          // statistics go out this often
 constexpr auto kStreamIdle = 2s;            // a stream with no news repeats its frame this often
 constexpr std::size_t kEventHistory = 64;   // changes a viewer may fall behind before it reloads all
