@@ -320,13 +320,15 @@ public:
 
     // --- Acquisition --------------------------------------------------------
 
-    void start(unsigned buffers) {
+    // frames > 0 ends the acquisition after that many, so that none of them
+    // is overwritten when each has a buffer of its own.
+    void start(unsigned buffers, int64_t frames) {
         vboard::Grabber& g = live();
         if (g.acquiring()) raise(errors().base, "the grabber is acquiring already: stop it first");
         if (buffers == 0) raise(errors().refused, "an acquisition needs at least one buffer", PGN_ERR_INVALID_ARGUMENT);
         call([&](vboard::Grabber& gr) {
             gr.allocateBuffers(buffers);
-            gr.start();
+            gr.start(frames);
             return 0;
         });
     }
@@ -686,7 +688,7 @@ PYBIND11_MODULE(_native, m) {
         .def("xml", &Grabber::xml, py::arg("port") = 0, "The GenICam description of a port's parameters.")
         .def("_save_config", &Grabber::saveConfig, py::arg("path"))
         .def("_load_config", &Grabber::loadConfig, py::arg("path"))
-        .def("_start", &Grabber::start, py::arg("buffers"))
+        .def("_start", &Grabber::start, py::arg("buffers"), py::arg("frames") = 0)
         .def("stop", &Grabber::stop, "Stops the acquisition; nothing happens when none runs.")
         .def_property_readonly("acquiring", &Grabber::acquiring, "True while an acquisition runs.")
         .def_property_readonly("last_frame", &Grabber::lastFrame, "Frames delivered since the start.")

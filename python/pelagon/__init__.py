@@ -177,7 +177,10 @@ class Acquisition:
 
     def start(self) -> "Acquisition":
         """Allocates the buffers and starts; entering the ``with`` block does this."""
-        self._grabber._start(self.buffers)
+        # When every frame asked for has a buffer of its own, the board stops
+        # after them, so that a slow loop still gets frames 1 .. count.
+        fits = self.count is not None and 0 < self.count <= self.buffers
+        self._grabber._start(self.buffers, self.count if fits else 0)
         self._running = True
         self._next = 1
         self.received = self.skipped = 0
