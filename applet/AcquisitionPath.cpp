@@ -3,7 +3,7 @@
 // the buffer status read-outs.
 #include <algorithm>
 
-#include "EnumTables.h"
+#include "Catalogue.h"
 #include "FgZuWrapperImpl.h"
 #include "SetterPattern.h"
 #include "pelagon_errors.h"

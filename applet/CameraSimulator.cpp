@@ -12,7 +12,7 @@
 #include <iterator>
 #include <utility>
 
-#include "EnumTables.h"
+#include "Catalogue.h"
 #include "FgZuWrapperImpl.h"
 #include "SetterPattern.h"
 #include "pelagon_errors.h"

@@ -89,9 +89,8 @@ bool FgZuWrapperImpl::saveConfig(Fg_ConfigFileParser& parser) {
     writeKey(parser, #NAME, value);
 #define PELAGON_SAVE_Hardware(NAME, kind) writeKey(parser, #NAME, saved_##NAME(*this));
 #define PELAGON_SAVE_Nothing(NAME, kind)
-#define PELAGON_CONFIG_KEY(NAME, kind, source, use, def) guarded([&] { PELAGON_SAVE_##source(NAME, kind) });
+#define PELAGON_CONFIG_KEY(NAME, kind, source, use) guarded([&] { PELAGON_SAVE_##source(NAME, kind) });
 #include "configuration.def"
-#undef PELAGON_CONFIG_KEY
 #undef PELAGON_SAVE_Cache
 #undef PELAGON_SAVE_Getter
 #undef PELAGON_SAVE_Hardware
@@ -111,9 +110,8 @@ bool FgZuWrapperImpl::loadConfig(Fg_ConfigFileParser& parser) {
 #define PELAGON_PASS1_AppliedOnly(NAME, kind)
 #define PELAGON_PASS1_SavedOnly(NAME, kind)
 #define PELAGON_PASS1_DefaultOnly(NAME, kind)
-#define PELAGON_CONFIG_KEY(NAME, kind, source, use, def) PELAGON_PASS1_##use(NAME, kind)
+#define PELAGON_CONFIG_KEY(NAME, kind, source, use) PELAGON_PASS1_##use(NAME, kind)
 #include "configuration.def"
-#undef PELAGON_CONFIG_KEY
 
     // The simulator's mode setter programs the width it last programmed and
     // the frame rate it last computed; the file's values take their place so
@@ -137,20 +135,19 @@ bool FgZuWrapperImpl::loadConfig(Fg_ConfigFileParser& parser) {
 #define PELAGON_PASS2_CachedOnly(NAME, kind)
 #define PELAGON_PASS2_SavedOnly(NAME, kind)
 #define PELAGON_PASS2_DefaultOnly(NAME, kind)
-#define PELAGON_CONFIG_KEY(NAME, kind, source, use, def) PELAGON_PASS2_##use(NAME, kind)
+#define PELAGON_CONFIG_KEY(NAME, kind, source, use) PELAGON_PASS2_##use(NAME, kind)
 #include "configuration.def"
-#undef PELAGON_CONFIG_KEY
     return true;
 }
 
 void FgZuWrapperImpl::setDefaultValues() {
-#define PELAGON_DEFAULT(NAME, kind, def) set_sdk_param_##NAME##_P0(static_cast<kind##Value>(def), false);
-#define PELAGON_DEFAULT_Restored(NAME, kind, def) PELAGON_DEFAULT(NAME, kind, def)
-#define PELAGON_DEFAULT_AppliedOnly(NAME, kind, def) PELAGON_DEFAULT(NAME, kind, def)
-#define PELAGON_DEFAULT_DefaultOnly(NAME, kind, def) PELAGON_DEFAULT(NAME, kind, def)
-#define PELAGON_DEFAULT_CachedOnly(NAME, kind, def)
-#define PELAGON_DEFAULT_SavedOnly(NAME, kind, def)
-#define PELAGON_CONFIG_KEY(NAME, kind, source, use, def) PELAGON_DEFAULT_##use(NAME, kind, def)
+#define PELAGON_DEFAULT(NAME, kind) \
+    set_sdk_param_##NAME##_P0(static_cast<kind##Value>(pelagon::catalogue::NAME.powerOn), false);
+#define PELAGON_DEFAULT_Restored(NAME, kind) PELAGON_DEFAULT(NAME, kind)
+#define PELAGON_DEFAULT_AppliedOnly(NAME, kind) PELAGON_DEFAULT(NAME, kind)
+#define PELAGON_DEFAULT_DefaultOnly(NAME, kind) PELAGON_DEFAULT(NAME, kind)
+#define PELAGON_DEFAULT_CachedOnly(NAME, kind)
+#define PELAGON_DEFAULT_SavedOnly(NAME, kind)
+#define PELAGON_CONFIG_KEY(NAME, kind, source, use) PELAGON_DEFAULT_##use(NAME, kind)
 #include "configuration.def"
-#undef PELAGON_CONFIG_KEY
 }

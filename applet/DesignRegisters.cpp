@@ -10,7 +10,6 @@ void FgZuWrapperImpl::retrieveIds() {
 #define PELAGON_REGISTER(block, entry, kind, width, frac, count, access) \
     zu_id_Device1_##block##_##entry = getParameterIdByName("Device1_" #block "_" #entry);
 #include "pelagon_design.def"
-#undef PELAGON_REGISTER
 }
 
 void FgZuWrapperImpl::writeRegister(int id, const void* value, int index, int type, bool throwOnError) {

@@ -8,6 +8,7 @@
 #include <type_traits>
 
 #include "AppletConstants.h"
+#include "Catalogue.h"
 #include "Fail.h"
 #include "FgZuWrapperImpl.h"
 #include "hap_runtime.h"
@@ -64,13 +65,18 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
     }
 }
 
-// Setters and getters are found by name. A read-only parameter refuses every
-// write; a writable one must have its setter, or the applet does not compile;
-// a readable parameter without a getter of its own reads its cache.
-#define PELAGON_SCALAR_HANDLER(id, NAME, access, ValueType)                                           \
-    {id,                                                                                              \
+// Setters and getters are found by name, and the catalogue says which a
+// parameter must have: a read-only parameter refuses every write, a writable
+// one must have its setter; a parameter read by its getter must have it, one
+// read from its cache must not, or the applet does not compile.
+#define PELAGON_GETTER_CHECKED(NAME, hasGetter)                                                       \
+    static_assert((pelagon::catalogue::NAME.read == pelagon::Read::Getter) == (hasGetter),            \
+                  #NAME ": the catalogue's read column and the getter members disagree")
+
+#define PELAGON_SCALAR_HANDLER(NAME, ValueType)                                                       \
+    {pelagon::catalogue::NAME.id,                                                                     \
      [](auto& w, const void* v, int) {                                                                \
-         if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
+         if constexpr ((pelagon::catalogue::NAME.access & REG_ACCESS_WRITE) == 0)                     \
              pelagon::fail(PGN_ERR_READ_ONLY);                                                        \
          else {                                                                                       \
              static_assert(requires { w.set_sdk_param_##NAME##_P0(ValueType{}, true); },              \
@@ -79,16 +85,18 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
          }                                                                                            \
      },                                                                                               \
      [](auto& w, void* v, int, int) {                                                                 \
-         if constexpr (requires { w.get_sdk_param_##NAME##_P0(static_cast<ValueType*>(nullptr)); })   \
+         constexpr bool hasGetter = requires { w.get_sdk_param_##NAME##_P0(static_cast<ValueType*>(nullptr)); }; \
+         PELAGON_GETTER_CHECKED(NAME, hasGetter);                                                     \
+         if constexpr (hasGetter)                                                                     \
              w.get_sdk_param_##NAME##_P0(static_cast<ValueType*>(v));                                 \
          else                                                                                         \
              *static_cast<ValueType*>(v) = w.cache_##NAME##_P0;                                       \
      }},
 
-#define PELAGON_STRING_HANDLER(id, NAME, access)                                                      \
-    {id,                                                                                              \
+#define PELAGON_STRING_HANDLER(NAME)                                                                  \
+    {pelagon::catalogue::NAME.id,                                                                     \
      [](auto& w, const void* v, int) {                                                                \
-         if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
+         if constexpr ((pelagon::catalogue::NAME.access & REG_ACCESS_WRITE) == 0)                     \
              pelagon::fail(PGN_ERR_READ_ONLY);                                                        \
          else {                                                                                       \
              static_assert(requires { w.set_sdk_param_##NAME##_P0("", true); },                       \
@@ -97,7 +105,9 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
          }                                                                                            \
      },                                                                                               \
      [](auto& w, void* v, int, int) {                                                                 \
-         if constexpr (requires { w.get_sdk_param_##NAME##_P0(static_cast<char*>(nullptr)); })        \
+         constexpr bool hasGetter = requires { w.get_sdk_param_##NAME##_P0(static_cast<char*>(nullptr)); }; \
+         PELAGON_GETTER_CHECKED(NAME, hasGetter);                                                     \
+         if constexpr (hasGetter)                                                                     \
              w.get_sdk_param_##NAME##_P0(static_cast<char*>(v));                                      \
          else                                                                                         \
              std::strcpy(static_cast<char*>(v), w.cache_##NAME##_P0.c_str());                         \
@@ -105,10 +115,10 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
 
 // Array parameters: the type selects a range record or a single element, so a
 // code outside the type enumeration is refused in both directions.
-#define PELAGON_FIELD_HANDLER(id, NAME, access, Single)                                               \
-    {id,                                                                                              \
+#define PELAGON_FIELD_HANDLER(NAME, Single)                                                           \
+    {pelagon::catalogue::NAME.id,                                                                     \
      [](auto& w, const void* v, int t) {                                                              \
-         if constexpr (((access) & REG_ACCESS_WRITE) == 0)                                            \
+         if constexpr ((pelagon::catalogue::NAME.access & REG_ACCESS_WRITE) == 0)                     \
              pelagon::fail(PGN_ERR_READ_ONLY);                                                        \
          else {                                                                                       \
              static_assert(requires { w.set_sdk_param_##NAME##_P0(v, t, true); },                     \
@@ -118,9 +128,11 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
          }                                                                                            \
      },                                                                                               \
      [](auto& w, void* v, int, int t) {                                                               \
+         constexpr bool hasGetter = requires { w.get_sdk_param_##NAME##_P0(v, t); };                  \
+         PELAGON_GETTER_CHECKED(NAME, hasGetter);                                                     \
          if (!FgZuWrapper::knownTypeCode(t))                                                          \
              pelagon::fail(PGN_ERR_INVALID_ARGUMENT);                                                 \
-         else if constexpr (requires { w.get_sdk_param_##NAME##_P0(v, t); })                          \
+         else if constexpr (hasGetter)                                                                \
              w.get_sdk_param_##NAME##_P0(v, t);                                                       \
          else                                                                                         \
              getFieldFromCache<Single>(w.cache_##NAME##_P0, v, t);                                    \
@@ -128,26 +140,26 @@ void getFieldFromCache(const Element (&cache)[N], void* value, int type) {
 
 // The runtime's own parameters: read through the runtime with the caller's
 // DMA index and type, never written by applications.
-#define PELAGON_RUNTIME_HANDLER(id)                                                                   \
-    {id, [](auto&, const void*, int) { pelagon::fail(PGN_ERR_READ_ONLY); },                           \
+#define PELAGON_RUNTIME_HANDLER(NAME)                                                                 \
+    {pelagon::catalogue::NAME.id, [](auto&, const void*, int) { pelagon::fail(PGN_ERR_READ_ONLY); },  \
      [](auto& w, void* v, int dma, int t) {                                                           \
-         const int rc = w.getUnwrappedParameterWithType(id, v, static_cast<unsigned>(dma), t);        \
+         const int rc =                                                                               \
+             w.getUnwrappedParameterWithType(pelagon::catalogue::NAME.id, v, static_cast<unsigned>(dma), t); \
          if (rc != 0) pelagon::fail(rc);                                                              \
      }},
 
+#define PELAGON_HANDLER_Uint(NAME) PELAGON_SCALAR_HANDLER(NAME, uint32_t)
+#define PELAGON_HANDLER_Enum(NAME) PELAGON_SCALAR_HANDLER(NAME, uint32_t)
+#define PELAGON_HANDLER_Uint64(NAME) PELAGON_SCALAR_HANDLER(NAME, uint64_t)
+#define PELAGON_HANDLER_Double(NAME) PELAGON_SCALAR_HANDLER(NAME, double)
+#define PELAGON_HANDLER_String(NAME) PELAGON_STRING_HANDLER(NAME)
+#define PELAGON_HANDLER_UintField(NAME) PELAGON_FIELD_HANDLER(NAME, FieldParameterInt_s)
+#define PELAGON_HANDLER_DoubleField(NAME) PELAGON_FIELD_HANDLER(NAME, FieldParameterDouble_s)
+
 const Handler kHandlers[] = {
-#define PELAGON_PARAM_UINT(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, uint32_t)
-#define PELAGON_PARAM_ENUM(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, uint32_t)
-#define PELAGON_PARAM_UINT64(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, uint64_t)
-#define PELAGON_PARAM_DOUBLE(index, id, NAME, display, access, ...) PELAGON_SCALAR_HANDLER(id, NAME, access, double)
-#define PELAGON_PARAM_STRING(index, id, NAME, display, access, ...) PELAGON_STRING_HANDLER(id, NAME, access)
-#define PELAGON_PARAM_UINTFIELD(index, id, NAME, display, access, ...)                                \
-    PELAGON_FIELD_HANDLER(id, NAME, access, FieldParameterInt_s)
-#define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, ...)                              \
-    PELAGON_FIELD_HANDLER(id, NAME, access, FieldParameterDouble_s)
-#define PELAGON_RUNTIME_PARAM(index, id, NAME) PELAGON_RUNTIME_HANDLER(id)
+#define PELAGON_PARAM(NAME, KIND, ...) PELAGON_HANDLER_##KIND(NAME)
+#define PELAGON_RUNTIME_PARAM(NAME, ...) PELAGON_RUNTIME_HANDLER(NAME)
 #include "catalogue.def"
-#include "CatalogueUndef.h"
 };
 
 // Every call looks its id up here, so the table is an open-addressing hash:

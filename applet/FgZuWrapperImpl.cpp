@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "AppletConstants.h"
-#include "EnumTables.h"
+#include "Catalogue.h"
 #include "hap_runtime.h"
 #include "pelagon_errors.h"
 
@@ -31,60 +31,6 @@ bool envEnabled(const char* variable, std::initializer_list<const char*> words) 
 
 FgZuWrapperImpl::FgZuWrapperImpl() {
     draEnabled = envEnabled("QUOR_ENABLE_DRA", {"yes", "true", "on", "1"});
-
-    // Power-on values of the caches; they do not touch the hardware.
-    cache_FG_PIXELFORMAT_P0 = 785;
-    cache_FG_TIMEOUT_P0 = 1000000;
-    cache_FG_WIDTH_P0 = 1024;
-    cache_FG_HEIGHT_P0 = 1024;
-    cache_FG_FORMAT_P0 = 2;
-    cache_FG_BITALIGNMENT_P0 = 1;
-    cache_FG_CAMERASIMULATOR_WIDTH_P0 = 1024;
-    cache_FG_CAMERASIMULATOR_HEIGHT_P0 = 1024;
-    cache_FG_CAMERASIMULATOR_PATTERN_P0 = 3;
-    cache_FG_CAMERASIMULATOR_ROLL_P0 = 1;
-    cache_FG_CAMERASIMULATOR_SELECT_MODE_P0 = 2;
-    cache_FG_CAMERASIMULATOR_PIXEL_FREQUENCY_P0 = 40.0;
-    cache_FG_CAMERASIMULATOR_LINERATE_P0 = 10240.0;
-    cache_FG_CAMERASIMULATOR_FRAMERATE_P0 = 10.0;
-    cache_FG_IMG_SELECT_PERIOD_P0 = 1;
-    cache_FG_LUT_TYPE_P0 = 3;
-    cache_FG_PROCESSING_GAIN_P0 = 1.0;
-    cache_FG_PROCESSING_GAMMA_P0 = 1.0;
-    cache_FG_SCALINGFACTOR_RED_P0 = 1.0;
-    cache_FG_SCALINGFACTOR_GREEN_P0 = 1.0;
-    cache_FG_SCALINGFACTOR_BLUE_P0 = 1.0;
-    cache_FG_AREATRIGGERMODE_P0 = 1;
-    cache_FG_TRIGGERSTATE_P0 = 2;
-    cache_FG_TRIGGER_FRAMESPERSECOND_P0 = 8.0;
-    cache_FG_TRIGGER_EXCEEDED_PERIOD_LIMITS_CLEAR_P0 = 1;
-    cache_FG_TRIGGERIN_DOWNSCALE_P0 = 1;
-    cache_FG_TRIGGERIN_DEBOUNCE_P0 = 1.0;
-    cache_FG_SENDSOFTWARETRIGGER_P0 = 1;
-    cache_FG_TRIGGERIN_STATS_PULSECOUNT_CLEAR_P0 = 1;
-    cache_FG_TRIGGERIN_STATS_MINMAXFREQUENCY_CLEAR_P0 = 1;
-    cache_FG_TRIGGER_MULTIPLY_PULSES_P0 = 1;
-    cache_FG_TRIGGER_PULSEFORMGEN0_DOWNSCALE_P0 = 1;
-    cache_FG_TRIGGER_PULSEFORMGEN1_DOWNSCALE_P0 = 1;
-    cache_FG_TRIGGER_PULSEFORMGEN2_DOWNSCALE_P0 = 1;
-    cache_FG_TRIGGER_PULSEFORMGEN3_DOWNSCALE_P0 = 1;
-    cache_FG_TRIGGER_PULSEFORMGEN0_WIDTH_P0 = 4000.0;
-    cache_FG_TRIGGER_PULSEFORMGEN1_WIDTH_P0 = 4.0;
-    cache_FG_TRIGGER_PULSEFORMGEN2_WIDTH_P0 = 4.0;
-    cache_FG_TRIGGER_PULSEFORMGEN3_WIDTH_P0 = 4.0;
-    for (uint32_t* gpo : {&cache_FG_TRIGGERCAMERA_GPO0_P0, &cache_FG_TRIGGERCAMERA_GPO1_P0,
-                          &cache_FG_TRIGGERCAMERA_GPO2_P0, &cache_FG_TRIGGERCAMERA_GPO3_P0,
-                          &cache_FG_TRIGGERCAMERA_GPO4_P0, &cache_FG_TRIGGERCAMERA_GPO5_P0,
-                          &cache_FG_TRIGGERCAMERA_GPO6_P0, &cache_FG_TRIGGERCAMERA_GPO7_P0})
-        *gpo = 4;
-    cache_FG_TRIGGEROUT_SELECT0_P0 = 6;
-    cache_FG_TRIGGEROUT_SELECT1_P0 = 7;
-    for (uint32_t* out : {&cache_FG_TRIGGEROUT_SELECT2_P0, &cache_FG_TRIGGEROUT_SELECT3_P0,
-                          &cache_FG_TRIGGEROUT_SELECT4_P0, &cache_FG_TRIGGEROUT_SELECT5_P0,
-                          &cache_FG_TRIGGEROUT_SELECT6_P0, &cache_FG_TRIGGEROUT_SELECT7_P0})
-        *out = 5;
-    cache_FG_TRIGGEROUT_STATS_PULSECOUNT_CLEAR_P0 = 1;
-    cache_FG_MISSING_CAMERA_FRAME_RESPONSE_CLEAR_P0 = 1;
 }
 
 FgZuWrapperImpl::~FgZuWrapperImpl() noexcept(false) {
@@ -101,28 +47,11 @@ void FgZuWrapperImpl::initInternalMaps() {
     dzuaEnabled = envEnabled("QUOR_ENABLE_DZUA", {"yes", "true", "on"});
     map_dma_process[0] = 0;
 
-#define PELAGON_NAMED(index, id, NAME)                       \
-    map_parameter_name_parameter_id.emplace(#NAME, id);      \
-    map_parameter_index_parameter_name.emplace(index, #NAME);
-#define PELAGON_DESCRIBED(index, id, NAME, description) \
-    PELAGON_NAMED(index, id, NAME)                      \
-    map_parameter_name_parameter_description.emplace(#NAME, description);
-#define PELAGON_PARAM_UINT(index, id, NAME, d, a, r, f, t, s, u, description) \
-    PELAGON_DESCRIBED(index, id, NAME, description)
-#define PELAGON_PARAM_UINT64 PELAGON_PARAM_UINT
-#define PELAGON_PARAM_DOUBLE PELAGON_PARAM_UINT
-#define PELAGON_PARAM_ENUM(index, id, NAME, d, a, r, table, description) \
-    PELAGON_DESCRIBED(index, id, NAME, description)
-#define PELAGON_PARAM_STRING(index, id, NAME, d, a, r, ext, description) \
-    PELAGON_DESCRIBED(index, id, NAME, description)
-#define PELAGON_PARAM_UINTFIELD(index, id, NAME, d, a, r, n, f, t, s, u, description) \
-    PELAGON_DESCRIBED(index, id, NAME, description)
-#define PELAGON_PARAM_DOUBLEFIELD PELAGON_PARAM_UINTFIELD
-#define PELAGON_RUNTIME_PARAM(index, id, NAME) PELAGON_NAMED(index, id, NAME)
-#include "catalogue.def"
-#include "CatalogueUndef.h"
-#undef PELAGON_NAMED
-#undef PELAGON_DESCRIBED
+    for (const pelagon::Param* p : pelagon::kCatalogue) {
+        map_parameter_name_parameter_id.emplace(p->name, p->id);
+        map_parameter_index_parameter_name.emplace(p->index, p->name);
+        if (p->kind != pelagon::Kind::Runtime) map_parameter_name_parameter_description.emplace(p->name, p->description);
+    }
 
     // Events: bit i of a mask is the design's event i; only events delivered
     // to applications are named.
@@ -148,6 +77,47 @@ void FgZuWrapperImpl::initInternalMaps() {
     }
 }
 
+namespace {
+
+// The registry record of one catalogue row, under `parent`.
+RegisterInfo* addRecord(Fg_ParameterInfo* info, RegisterInfo* parent, const pelagon::Param& p) {
+    const char* n = p.display;
+    using pelagon::Kind;
+    switch (p.kind) {
+        case Kind::Uint:
+            return info->addInfoUInt(parent, n, p.name, static_cast<uint32_t>(p.minimum), static_cast<uint32_t>(p.maximum),
+                                     static_cast<uint32_t>(p.step), p.access, p.range, 1, p.unit, p.id, 0);
+        case Kind::Uint64:
+            return info->addInfoUInt64(parent, n, p.name, static_cast<uint64_t>(p.minimum),
+                                       static_cast<uint64_t>(p.maximum), static_cast<uint64_t>(p.step), p.access,
+                                       p.range, 1, p.unit, p.id, 0);
+        case Kind::Double:
+            return info->addInfoDouble(parent, n, p.name, static_cast<double>(p.minimum), static_cast<double>(p.maximum),
+                                       static_cast<double>(p.step), p.access, p.range, 1, p.unit, p.id, 0);
+        case Kind::Enum: {
+            const int rows = static_cast<int>(p.entries.size());
+            RegisterInfo* reg = info->addInfoEnum(parent, n, p.name, rows, p.access, p.range, 1, "", p.id, 0);
+            for (int i = 0; i < rows; ++i)
+                info->addEnumNameValue(reg, i, p.entries[i].name, p.entries[i].value, p.entries[i].symbol);
+            return reg;
+        }
+        case Kind::String:
+            return info->addInfoString(parent, n, p.name, p.extension, p.access, p.range, 1, "", p.id, 0);
+        case Kind::UintField:
+            return info->addInfoUIntField(parent, n, p.name, p.elements, static_cast<uint32_t>(p.minimum),
+                                          static_cast<uint32_t>(p.maximum), static_cast<uint32_t>(p.step), p.access,
+                                          p.range, 1, p.unit, p.id, 0);
+        case Kind::DoubleField:
+            return info->addInfoDoubleField(parent, n, p.name, p.elements, static_cast<double>(p.minimum),
+                                            static_cast<double>(p.maximum), static_cast<double>(p.step), p.access,
+                                            p.range, 1, p.unit, p.id, 0);
+        case Kind::Runtime: break;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
 void FgZuWrapperImpl::createUserParameters() {
     Fg_ParameterInfo* info = parameterInfo();
     auto& records = register_info_map[0];
@@ -166,31 +136,8 @@ void FgZuWrapperImpl::createUserParameters() {
     open.pop_back();        \
     failed = failedStack.back(); \
     failedStack.pop_back();
-#define PELAGON_PARAM_UINT(index, id, NAME, display, access, range, from, to, step, unit, description) \
-    records[id] = info->addInfoUInt(parent(), display, #NAME, from, to, step, access, range, 1, unit, id, 0);
-#define PELAGON_PARAM_UINT64(index, id, NAME, display, access, range, from, to, step, unit, description) \
-    records[id] = info->addInfoUInt64(parent(), display, #NAME, from, to, step, access, range, 1, unit, id, 0);
-#define PELAGON_PARAM_DOUBLE(index, id, NAME, display, access, range, from, to, step, unit, description) \
-    records[id] = info->addInfoDouble(parent(), display, #NAME, from, to, step, access, range, 1, unit, id, 0);
-#define PELAGON_PARAM_ENUM(index, id, NAME, display, access, range, table, description)                       \
-    {                                                                                                          \
-        const int rows = static_cast<int>(std::size(pelagon::enums::table));                                   \
-        RegisterInfo* reg = info->addInfoEnum(parent(), display, #NAME, rows, access, range, 1, "", id, 0);    \
-        for (int i = 0; i < rows; ++i)                                                                          \
-            info->addEnumNameValue(reg, i, pelagon::enums::table[i].name, pelagon::enums::table[i].value,     \
-                                   pelagon::enums::table[i].symbol);                                           \
-        records[id] = reg;                                                                                     \
-    }
-#define PELAGON_PARAM_STRING(index, id, NAME, display, access, range, extension, description) \
-    records[id] = info->addInfoString(parent(), display, #NAME, extension, access, range, 1, "", id, 0);
-#define PELAGON_PARAM_UINTFIELD(index, id, NAME, display, access, range, size, from, to, step, unit, description) \
-    records[id] =                                                                                                \
-        info->addInfoUIntField(parent(), display, #NAME, size, from, to, step, access, range, 1, unit, id, 0);
-#define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, range, size, from, to, step, unit, description) \
-    records[id] =                                                                                                  \
-        info->addInfoDoubleField(parent(), display, #NAME, size, from, to, step, access, range, 1, unit, id, 0);
+#define PELAGON_PARAM(NAME, ...) records[pelagon::catalogue::NAME.id] = addRecord(info, parent(), pelagon::catalogue::NAME);
 #include "catalogue.def"
-#include "CatalogueUndef.h"
 
     if (draEnabled) addDirectRegisterAccess();
     if (dzuaEnabled) addDirectZuAccess();

@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 
+#include "Catalogue.h"
 #include "support/Locks.h"
 #include "wrapper/FgZuWrapper.h"
 
@@ -43,18 +44,12 @@ public:
 
     void initInternalMaps();
 
-    // ---- Parameter caches, one per catalogue parameter ---------------------
-#define PELAGON_PARAM_UINT(index, id, NAME, ...) uint32_t cache_##NAME##_P0 = 0;
-#define PELAGON_PARAM_ENUM(index, id, NAME, ...) uint32_t cache_##NAME##_P0 = 0;
-#define PELAGON_PARAM_UINT64(index, id, NAME, ...) uint64_t cache_##NAME##_P0 = 0;
-#define PELAGON_PARAM_DOUBLE(index, id, NAME, ...) double cache_##NAME##_P0 = 0.0;
-#define PELAGON_PARAM_STRING(index, id, NAME, ...) std::string cache_##NAME##_P0;
-#define PELAGON_PARAM_UINTFIELD(index, id, NAME, display, access, range, size, ...) \
-    uint32_t cache_##NAME##_P0[size] = {};
-#define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, range, size, ...) \
-    double cache_##NAME##_P0[size] = {};
+    // ---- Parameter caches, one per catalogue parameter, at power-on values --
+    // (they do not touch the hardware; the start-up settings do)
+#define PELAGON_PARAM(NAME, KIND, ...)                                                              \
+    pelagon::Cache<pelagon::Kind::KIND, pelagon::catalogue::NAME.elements> cache_##NAME##_P0{       \
+        pelagon::powerOn<pelagon::catalogue::NAME>()};
 #include "catalogue.def"
-#include "CatalogueUndef.h"
 
     // Geometry and timing the camera simulator is actually programmed with.
     uint32_t used_width_P0 = 0;
@@ -194,7 +189,7 @@ public:
     // The shortest trigger period, in microseconds, that the four generators
     // need with their programmed delays and widths and cached downscales.
     double pulseFormPeriodNeeded_P0();
-#define PELAGON_PULSEFORMGEN_MEMBERS(g)                                                                       \
+#define PELAGON_PULSE_FORM_GENERATOR(g)                                                                       \
     void set_sdk_param_FG_TRIGGER_PULSEFORMGEN##g##_DOWNSCALE_P0(uint32_t value, bool throwOnError) {         \
         setPulseFormDownscale_P0(g, value, throwOnError);                                                      \
     }                                                                                                          \
@@ -209,38 +204,23 @@ public:
     }                                                                                                          \
     void get_sdk_param_FG_TRIGGER_PULSEFORMGEN##g##_DELAY_P0(double* value) { getPulseFormDelay_P0(g, value); }   \
     void get_sdk_param_FG_TRIGGER_PULSEFORMGEN##g##_WIDTH_P0(double* value) { getPulseFormWidth_P0(g, value); }
-    PELAGON_PULSEFORMGEN_MEMBERS(0)
-    PELAGON_PULSEFORMGEN_MEMBERS(1)
-    PELAGON_PULSEFORMGEN_MEMBERS(2)
-    PELAGON_PULSEFORMGEN_MEMBERS(3)
-#undef PELAGON_PULSEFORMGEN_MEMBERS
+#include "TriggerOutputs.def"
 
-    // Outputs in the order their cached selections are re-applied: the
-    // camera trigger, GPO 0 to 7, the board's trigger outputs 0 to 7.
-    enum TriggerOutput : unsigned { kCameraTrigger = 0, kCameraGpo0 = 1, kBoardOutput0 = 9, kTriggerOutputCount = 17 };
+    // The outputs by their position in TriggerOutputs.def.
+    enum TriggerOutput : unsigned {
+#define PELAGON_TRIGGER_OUTPUT(NAME, block, n) kOutput_##NAME,
+#include "TriggerOutputs.def"
+        kTriggerOutputCount,
+        kCameraTrigger = kOutput_FG_TRIGGERCAMERA_OUT_SELECT,
+        kCameraGpo0 = kOutput_FG_TRIGGERCAMERA_GPO0,
+        kBoardOutput0 = kOutput_FG_TRIGGEROUT_SELECT0
+    };
     void setTriggerOutput_P0(unsigned output, uint32_t value, bool throwOnError);
-#define PELAGON_TRIGGER_OUTPUT_MEMBER(NAME, output)                   \
+#define PELAGON_TRIGGER_OUTPUT(NAME, block, n)                        \
     void set_sdk_param_##NAME##_P0(uint32_t value, bool throwOnError) { \
-        setTriggerOutput_P0(output, value, throwOnError);               \
+        setTriggerOutput_P0(kOutput_##NAME, value, throwOnError);       \
     }
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_OUT_SELECT, kCameraTrigger)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO0, kCameraGpo0 + 0)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO1, kCameraGpo0 + 1)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO2, kCameraGpo0 + 2)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO3, kCameraGpo0 + 3)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO4, kCameraGpo0 + 4)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO5, kCameraGpo0 + 5)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO6, kCameraGpo0 + 6)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGERCAMERA_GPO7, kCameraGpo0 + 7)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT0, kBoardOutput0 + 0)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT1, kBoardOutput0 + 1)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT2, kBoardOutput0 + 2)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT3, kBoardOutput0 + 3)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT4, kBoardOutput0 + 4)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT5, kBoardOutput0 + 5)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT6, kBoardOutput0 + 6)
-    PELAGON_TRIGGER_OUTPUT_MEMBER(FG_TRIGGEROUT_SELECT7, kBoardOutput0 + 7)
-#undef PELAGON_TRIGGER_OUTPUT_MEMBER
+#include "TriggerOutputs.def"
     void set_sdk_param_FG_TRIGGEROUT_STATS_SOURCE_P0(uint32_t value, bool throwOnError);
     void set_sdk_param_FG_TRIGGEROUT_STATS_PULSECOUNT_CLEAR_P0(uint32_t value, bool throwOnError);
     void set_sdk_param_FG_MISSING_CAMERA_FRAME_RESPONSE_CLEAR_P0(uint32_t value, bool throwOnError);
@@ -331,7 +311,6 @@ public:
         readRegister(zu_id_Device1_##block##_##entry, value, index, type, throwOnError);                 \
     }
 #include "pelagon_design.def"
-#undef PELAGON_REGISTER
 
     // Looks every register id up by name through the runtime. Unknown names
     // keep whatever the runtime answered; the failure shows at first access.

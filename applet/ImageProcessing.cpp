@@ -7,7 +7,7 @@
 #include <cstring>
 #include <limits>
 
-#include "EnumTables.h"
+#include "Catalogue.h"
 #include "FgZuWrapperImpl.h"
 #include "FileLocale.h"
 #include "Fg_LutFileParser.h"

@@ -16,7 +16,6 @@ namespace {
     constexpr const char* kHapId = hapId;                                 \
     constexpr const char* kBitstreamId = bitstreamId;
 #include "pelagon_design.def"
-#undef PELAGON_DESIGN_IDENTITY
 
 constexpr const char* kDescription =
     "Acquisition Applet with support of Zephane technology, 12 bit image processing (per color component), white "
@@ -47,7 +46,6 @@ int resolveEnum(const uint64_t* out1) {
     if (map_enum_name_enum_value.empty()) {
 #define PELAGON_ENUM_ROW(table, display, value, symbol) map_enum_name_enum_value.emplace(#symbol, value);
 #include "catalogue.def"
-#include "CatalogueUndef.h"
     }
     // The out pointer is the symbol's name itself.
     const char* name = reinterpret_cast<const char*>(out1);

@@ -1,6 +1,6 @@
 // The trigger input stage: source, polarity, debouncer, downscaler with its
 // phase, the unfiltered bypass source, and the input statistics.
-#include "EnumTables.h"
+#include "Catalogue.h"
 #include "FgZuWrapperImpl.h"
 #include "SetterPattern.h"
 #include "TriggerSystem.h"

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "EnumTables.h"
+#include "Catalogue.h"
 #include "FgZuWrapperImpl.h"
 #include "SetterPattern.h"
 #include "TriggerSystem.h"

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <limits>
 
-#include "EnumTables.h"
+#include "Catalogue.h"
 #include "FgZuWrapperImpl.h"
 #include "SetterPattern.h"
 #include "TriggerSystem.h"
@@ -35,7 +35,7 @@ struct PulseFormGenerator {
     int phaseId;
 };
 
-#define PELAGON_PULSEFORMGEN(g)                                                                            \
+#define PELAGON_PULSE_FORM_GENERATOR(g)                                                                         \
     PulseFormGenerator {                                                                                   \
         &W::cache_FG_TRIGGER_PULSEFORMGEN##g##_DOWNSCALE_P0,                                                          \
             &W::cache_FG_TRIGGER_PULSEFORMGEN##g##_DOWNSCALE_PHASE_P0,                                                \
@@ -45,10 +45,10 @@ struct PulseFormGenerator {
             &W::PELAGON_TRIGGER_REG(TriggerCam0_PulseFormGenerators_PulseFormGenerator##g##_Delay_Delay),             \
             &W::PELAGON_TRIGGER_REG(TriggerCam0_PulseFormGenerators_PulseFormGenerator##g##_Width_Width),             \
             id::FG_TRIGGER_PULSEFORMGEN##g##_DOWNSCALE, id::FG_TRIGGER_PULSEFORMGEN##g##_DOWNSCALE_PHASE           \
-    }
-const PulseFormGenerator kGenerators[] = {PELAGON_PULSEFORMGEN(0), PELAGON_PULSEFORMGEN(1), PELAGON_PULSEFORMGEN(2),
-                                          PELAGON_PULSEFORMGEN(3)};
-#undef PELAGON_PULSEFORMGEN
+    },
+const PulseFormGenerator kGenerators[] = {
+#include "TriggerOutputs.def"
+};
 
 const PulseFormGenerator& generatorAt(unsigned g) {
     if (g >= std::size(kGenerators)) fail(PGN_ERR_INVALID_ARGUMENT);
@@ -61,24 +61,14 @@ struct Output {
     int W::*invertRegister;
 };
 
-#define PELAGON_OUTPUT(NAME, block, n)                                                                   \
+#define PELAGON_TRIGGER_OUTPUT(NAME, block, n)                                                    \
     Output {                                                                                             \
         &W::cache_##NAME##_P0, &W::PELAGON_TRIGGER_REG(TriggerCam0_##block##_Select##n##_Select_Select), \
             &W::PELAGON_TRIGGER_REG(TriggerCam0_##block##_Select##n##_Polarity_Invert)                   \
-    }
-// In the order of W::TriggerOutput.
+    },
 const Output kOutputs[W::kTriggerOutputCount] = {
-    PELAGON_OUTPUT(FG_TRIGGERCAMERA_OUT_SELECT, CameraControl, Trigger),
-    PELAGON_OUTPUT(FG_TRIGGERCAMERA_GPO0, CameraControl, 0), PELAGON_OUTPUT(FG_TRIGGERCAMERA_GPO1, CameraControl, 1),
-    PELAGON_OUTPUT(FG_TRIGGERCAMERA_GPO2, CameraControl, 2), PELAGON_OUTPUT(FG_TRIGGERCAMERA_GPO3, CameraControl, 3),
-    PELAGON_OUTPUT(FG_TRIGGERCAMERA_GPO4, CameraControl, 4), PELAGON_OUTPUT(FG_TRIGGERCAMERA_GPO5, CameraControl, 5),
-    PELAGON_OUTPUT(FG_TRIGGERCAMERA_GPO6, CameraControl, 6), PELAGON_OUTPUT(FG_TRIGGERCAMERA_GPO7, CameraControl, 7),
-    PELAGON_OUTPUT(FG_TRIGGEROUT_SELECT0, TriggerOutput, 0), PELAGON_OUTPUT(FG_TRIGGEROUT_SELECT1, TriggerOutput, 1),
-    PELAGON_OUTPUT(FG_TRIGGEROUT_SELECT2, TriggerOutput, 2), PELAGON_OUTPUT(FG_TRIGGEROUT_SELECT3, TriggerOutput, 3),
-    PELAGON_OUTPUT(FG_TRIGGEROUT_SELECT4, TriggerOutput, 4), PELAGON_OUTPUT(FG_TRIGGEROUT_SELECT5, TriggerOutput, 5),
-    PELAGON_OUTPUT(FG_TRIGGEROUT_SELECT6, TriggerOutput, 6), PELAGON_OUTPUT(FG_TRIGGEROUT_SELECT7, TriggerOutput, 7),
+#include "TriggerOutputs.def"
 };
-#undef PELAGON_OUTPUT
 
 // Switching off goes through the camera's GPOs first, then its trigger,
 // then the board's outputs.

@@ -3,7 +3,7 @@
 #include <sys/prctl.h>
 #include <time.h>
 
-#include "EnumTables.h"
+#include "Catalogue.h"
 #include "FgZuWrapperImpl.h"
 #include "SetterPattern.h"
 #include "TriggerSystem.h"

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "EnumTables.h"
+#include "Catalogue.h"
 #include "Fail.h"
 #include "pelagon_errors.h"
 

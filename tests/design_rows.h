@@ -23,7 +23,6 @@ inline std::vector<DesignRegister> designRegisters() {
     rows.push_back({static_cast<int>(rows.size()) + 1, "Device1_" #block "_" #entry, #kind[0], width, frac, count, \
                     std::string(#access) == "RW"});
 #include "pelagon_design.def"
-#undef PELAGON_REGISTER
     return rows;
 }
 

@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "applet/Catalogue.h"
 #include "register_info.h"
 
 enum class ParameterKind { UInt, UInt64, Double, String, UIntField, DoubleField, Runtime };
@@ -16,20 +17,18 @@ struct CatalogueRow {
 
 inline std::vector<CatalogueRow> catalogueRows() {
     std::vector<CatalogueRow> rows;
-#define PELAGON_CATALOGUE_ROW(kind, id, NAME, access) \
-    rows.push_back({id, #NAME, ParameterKind::kind, ((access) & REG_ACCESS_WRITE) != 0});
-#define PELAGON_PARAM_UINT(index, id, NAME, display, access, ...) PELAGON_CATALOGUE_ROW(UInt, id, NAME, access)
-#define PELAGON_PARAM_ENUM(index, id, NAME, display, access, ...) PELAGON_CATALOGUE_ROW(UInt, id, NAME, access)
-#define PELAGON_PARAM_UINT64(index, id, NAME, display, access, ...) PELAGON_CATALOGUE_ROW(UInt64, id, NAME, access)
-#define PELAGON_PARAM_DOUBLE(index, id, NAME, display, access, ...) PELAGON_CATALOGUE_ROW(Double, id, NAME, access)
-#define PELAGON_PARAM_STRING(index, id, NAME, display, access, ...) PELAGON_CATALOGUE_ROW(String, id, NAME, access)
-#define PELAGON_PARAM_UINTFIELD(index, id, NAME, display, access, ...) \
-    PELAGON_CATALOGUE_ROW(UIntField, id, NAME, access)
-#define PELAGON_PARAM_DOUBLEFIELD(index, id, NAME, display, access, ...) \
-    PELAGON_CATALOGUE_ROW(DoubleField, id, NAME, access)
-#define PELAGON_RUNTIME_PARAM(index, id, NAME) PELAGON_CATALOGUE_ROW(Runtime, id, NAME, REG_ACCESS_READ)
-#include "applet/catalogue.def"
-#include "applet/CatalogueUndef.h"
-#undef PELAGON_CATALOGUE_ROW
+    for (const pelagon::Param* p : pelagon::kCatalogue) {
+        ParameterKind kind = ParameterKind::UInt;  // enumerations are unsigned too
+        switch (p->kind) {
+            case pelagon::Kind::Uint64: kind = ParameterKind::UInt64; break;
+            case pelagon::Kind::Double: kind = ParameterKind::Double; break;
+            case pelagon::Kind::String: kind = ParameterKind::String; break;
+            case pelagon::Kind::UintField: kind = ParameterKind::UIntField; break;
+            case pelagon::Kind::DoubleField: kind = ParameterKind::DoubleField; break;
+            case pelagon::Kind::Runtime: kind = ParameterKind::Runtime; break;
+            default: break;
+        }
+        rows.push_back({p->id, p->name, kind, (p->access & REG_ACCESS_WRITE) != 0});
+    }
     return rows;
 }

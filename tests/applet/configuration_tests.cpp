@@ -17,6 +17,7 @@
 #include "AppletHost.h"
 #include "BoundaryHelpers.h"
 #include "LutHost.h"
+#include "applet/Catalogue.h"
 #include "design_rows.h"
 #include "pelagon_errors.h"
 
@@ -63,13 +64,17 @@ std::string parameterDump(AppletHost& host) {
     uint32_t u = 0;
     double d = 0;
     char text[4096] = {};
-#define PELAGON_PARAM_UINT(index, id, NAME, ...) line(#NAME, u, host.getU32(id, u));
-#define PELAGON_PARAM_ENUM(index, id, NAME, ...) line(#NAME, u, host.getU32(id, u));
-#define PELAGON_PARAM_DOUBLE(index, id, NAME, ...) line(#NAME, d, host.getDouble(id, d));
-#define PELAGON_PARAM_STRING(index, id, NAME, ...) \
-    line(#NAME, text, host.api.Fg_getParameterWithType(host.fg, id, text, 0, FG_PARAM_TYPE_CHAR_PTR));
-#include "applet/catalogue.def"
-#include "applet/CatalogueUndef.h"
+    for (const pelagon::Param* p : pelagon::kCatalogue) {
+        switch (p->kind) {
+            case pelagon::Kind::Uint:
+            case pelagon::Kind::Enum: line(p->name, u, host.getU32(p->id, u)); break;
+            case pelagon::Kind::Double: line(p->name, d, host.getDouble(p->id, d)); break;
+            case pelagon::Kind::String:
+                line(p->name, text, host.api.Fg_getParameterWithType(host.fg, p->id, text, 0, FG_PARAM_TYPE_CHAR_PTR));
+                break;
+            default: break;
+        }
+    }
     return out.str();
 }
 

@@ -29,7 +29,6 @@ inline uint32_t fuzzSymbolValue(std::string_view symbol) {
     static constexpr Symbol kSymbols[] = {
 #define PELAGON_ENUM_ROW(table, display, value, SYMBOL) {#SYMBOL, static_cast<uint32_t>(value)},
 #include "applet/catalogue.def"
-#include "applet/CatalogueUndef.h"
     };
     for (const Symbol& s : kSymbols)
         if (symbol == s.symbol) return s.value;

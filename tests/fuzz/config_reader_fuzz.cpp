@@ -43,9 +43,8 @@ void readKeys(Fg_ConfigFileParser& parser) {
     std::memset(value, kFill, sizeof value);             \
     parser.parseKeySection(port, #NAME, value);          \
     checkValue(value);
-#define PELAGON_CONFIG_KEY(NAME, kind, source, use, def) PELAGON_READ_##kind(NAME)
+#define PELAGON_CONFIG_KEY(NAME, kind, source, use) PELAGON_READ_##kind(NAME)
 #include "configuration.def"
-#undef PELAGON_CONFIG_KEY
 #undef PELAGON_READ_Int
 #undef PELAGON_READ_Double
 #undef PELAGON_READ_String

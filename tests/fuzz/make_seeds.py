@@ -17,7 +17,7 @@ CATALOGUE = os.path.join(HERE, "..", "..", "applet", "catalogue.def")
 
 # Parameter rows in catalogue order: the index the decoder picks by.
 ROWS = [m.group(2) for m in re.finditer(
-    r"^\s*PELAGON_(PARAM_[A-Z0-9]+\(\s*\d+,\s*\d+|RUNTIME_PARAM\(\s*\d+,\s*\d+),\s*(\w+)",
+    r"^\s*PELAGON_(PARAM|RUNTIME_PARAM)\((\w+),",
     open(CATALOGUE).read(), re.M)]
 
 TYPES = {"INVALID": 0, "INT32": 1, "UINT32": 2, "INT64": 3, "UINT64": 4, "DOUBLE": 5, "CHAR_PTR": 6,

@@ -18,7 +18,6 @@ std::vector<int> idsByTable(FgZuWrapperImpl& w) {
 #define PELAGON_REGISTER(block, entry, kind, width, frac, count, access) \
     ids.push_back(w.zu_id_Device1_##block##_##entry);
 #include "pelagon_design.def"
-#undef PELAGON_REGISTER
     return ids;
 }
 

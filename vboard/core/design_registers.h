@@ -12,14 +12,12 @@ namespace vboard::reg {
 enum Id : std::size_t {
 #define PELAGON_REGISTER(block, entry, kind, width, frac, count, access) block##_##entry,
 #include "pelagon_design.def"
-#undef PELAGON_REGISTER
     kCount
 };
 
 inline constexpr std::array<const char*, kCount> kNames = {
 #define PELAGON_REGISTER(block, entry, kind, width, frac, count, access) "Device1_" #block "_" #entry,
 #include "pelagon_design.def"
-#undef PELAGON_REGISTER
 };
 
 }  // namespace vboard::reg

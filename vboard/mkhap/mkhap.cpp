@@ -52,10 +52,6 @@ vboard::DesignModel describedDesign() {
     addEnum(d, "Device1_" #block "_" #entry, displayName, value);
 #define PELAGON_EVENT(name, firmware) d.events.push_back(vboard::EventModel{name, (firmware) == 1});
 #include "pelagon_design.def"
-#undef PELAGON_DESIGN_IDENTITY
-#undef PELAGON_REGISTER
-#undef PELAGON_REGISTER_ENUM
-#undef PELAGON_EVENT
     return d;
 }
 
