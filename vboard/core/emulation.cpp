@@ -1,7 +1,6 @@
 #include "emulation.h"
 
 #include <algorithm>
-#include <cmath>
 #include <string_view>
 
 #include "board_state.h"
@@ -20,28 +19,14 @@ constexpr uint64_t kMinPeriodTicks = 10;
 struct FormGenerator {
     Id downscale, selected, delay, width, clear;
 };
-constexpr std::array<FormGenerator, 4> kForms = {{
-    {Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator0_Downscale_Downscale,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator0_Downscale_SelectedPulse,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator0_Delay_Delay,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator0_Width_Width,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator0_ClearDownscale_Mode},
-    {Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator1_Downscale_Downscale,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator1_Downscale_SelectedPulse,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator1_Delay_Delay,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator1_Width_Width,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator1_ClearDownscale_Mode},
-    {Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator2_Downscale_Downscale,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator2_Downscale_SelectedPulse,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator2_Delay_Delay,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator2_Width_Width,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator2_ClearDownscale_Mode},
-    {Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator3_Downscale_Downscale,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator3_Downscale_SelectedPulse,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator3_Delay_Delay,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator3_Width_Width,
-     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator3_ClearDownscale_Mode},
-}};
+#define PELAGON_FORM(g)                                                                     \
+    {Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator##g##_Downscale_Downscale,     \
+     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator##g##_Downscale_SelectedPulse, \
+     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator##g##_Delay_Delay,             \
+     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator##g##_Width_Width,             \
+     Process1_Trigger_TriggerCam0_PulseFormGenerators_PulseFormGenerator##g##_ClearDownscale_Mode}
+constexpr std::array<FormGenerator, 4> kForms = {{PELAGON_FORM(0), PELAGON_FORM(1), PELAGON_FORM(2), PELAGON_FORM(3)}};
+#undef PELAGON_FORM
 
 constexpr unsigned kPeriodExceededBit = 0, kQueueFullBit = 1, kMissingFrameBit = 2;
 
