@@ -13,9 +13,12 @@ using pelagon::runSetter;
 
 namespace {
 
-constexpr uint32_t kMaxWidth = 16384;
-constexpr uint32_t kMaxHeight = 65535;
-constexpr uint32_t kWidthStep = 16;
+// The setters' limits are the catalogue's; the offsets narrow them further.
+namespace row = pelagon::catalogue;
+constexpr uint32_t kMinWidth = row::FG_WIDTH.minimum, kMaxWidth = row::FG_WIDTH.maximum;
+constexpr uint32_t kWidthStep = row::FG_WIDTH.step;
+constexpr uint32_t kMinHeight = row::FG_HEIGHT.minimum, kMaxHeight = row::FG_HEIGHT.maximum;
+constexpr uint32_t kMinTimeout = row::FG_TIMEOUT.minimum, kMaxTimeout = row::FG_TIMEOUT.maximum;
 constexpr int kIdWidth = pelagon::id::FG_WIDTH, kIdHeight = pelagon::id::FG_HEIGHT, kIdXOffset = pelagon::id::FG_XOFFSET,
               kIdYOffset = pelagon::id::FG_YOFFSET;
 constexpr uint32_t kOverflowFillLevel = 100;
@@ -57,7 +60,7 @@ void FgZuWrapperImpl::set_sdk_param_FG_WIDTH_P0(uint32_t w, bool throwOnError) {
     runSetter(
         cache_FG_WIDTH_P0, w, throwOnError,
         [&] {
-            if (w < 32 || w > kMaxWidth - std::min(cache_FG_XOFFSET_P0, kMaxWidth)) fail(PGN_ERR_OUT_OF_RANGE);
+            if (w < kMinWidth || w > kMaxWidth - std::min(cache_FG_XOFFSET_P0, kMaxWidth)) fail(PGN_ERR_OUT_OF_RANGE);
             if (w % kWidthStep != 0) fail(PGN_ERR_STEP);
         },
         [&] {
@@ -71,7 +74,7 @@ void FgZuWrapperImpl::set_sdk_param_FG_HEIGHT_P0(uint32_t h, bool throwOnError) 
     runSetter(
         cache_FG_HEIGHT_P0, h, throwOnError,
         [&] {
-            if (h < 2 || h > kMaxHeight - std::min(cache_FG_YOFFSET_P0, kMaxHeight)) fail(PGN_ERR_OUT_OF_RANGE);
+            if (h < kMinHeight || h > kMaxHeight - std::min(cache_FG_YOFFSET_P0, kMaxHeight)) fail(PGN_ERR_OUT_OF_RANGE);
         },
         [&] {
             set_zu_param_Device1_Process0_Buffer_0_DRAM_A_0_YLength(&h, 0, FG_PARAM_TYPE_UINT32_T, true);
@@ -182,7 +185,7 @@ void FgZuWrapperImpl::set_sdk_param_FG_TIMEOUT_P0(uint32_t t, bool throwOnError)
     runSetter(
         cache_FG_TIMEOUT_P0, t, throwOnError,
         [&] {
-            if (t < 2 || t > 2147483646u) fail(PGN_ERR_OUT_OF_RANGE);
+            if (t < kMinTimeout || t > kMaxTimeout) fail(PGN_ERR_OUT_OF_RANGE);
         },
         [&] {
             const int rc = setUnwrappedParameterWithType(FG_RT_TIMEOUT, &t, 0, FG_PARAM_TYPE_UINT32_T);
