@@ -73,15 +73,15 @@ MUTANTS = [
         id="M07", subsystem="design register access", file="applet/DesignRegisters.cpp",
         description="wrong sign test: a register write refused by the runtime (negative code) is swallowed",
         old="        setUnwrappedParameterWithType(id, value, static_cast<unsigned int>(index), type);\n"
-            "    if (result != 0 && throwOnError) throw result;",
+            "    if (result != 0 && throwOnError) pelagon::fail(result);",
         new="        setUnwrappedParameterWithType(id, value, static_cast<unsigned int>(index), type);\n"
-            "    if (result > 0 && throwOnError) throw result;",
+            "    if (result > 0 && throwOnError) pelagon::fail(result);",
     ),
     dict(
         id="M08", subsystem="region of interest", file="applet/AcquisitionPath.cpp",
         description="off-by-one limit: a width that exactly fills the line beside the x offset is refused",
-        old="if (w < 32 || w > kMaxWidth - std::min(cache_FG_XOFFSET_P0, kMaxWidth)) fail(PGN_ERR_OUT_OF_RANGE);",
-        new="if (w < 32 || w >= kMaxWidth - std::min(cache_FG_XOFFSET_P0, kMaxWidth)) fail(PGN_ERR_OUT_OF_RANGE);",
+        old="if (w < kMinWidth || w > kMaxWidth - std::min(cache_FG_XOFFSET_P0, kMaxWidth)) fail(PGN_ERR_OUT_OF_RANGE);",
+        new="if (w < kMinWidth || w >= kMaxWidth - std::min(cache_FG_XOFFSET_P0, kMaxWidth)) fail(PGN_ERR_OUT_OF_RANGE);",
     ),
     dict(
         id="M09", subsystem="region of interest", file="applet/AcquisitionPath.cpp",
@@ -195,8 +195,8 @@ MUTANTS = [
     dict(
         id="M27", subsystem="configuration save/load", file="applet/configuration.def",
         description="wrong load rule: the red white-balance gain is cached on load but never programmed",
-        old="PELAGON_CONFIG_KEY(FG_SCALINGFACTOR_RED, Double, Cache, Restored, 1.0)",
-        new="PELAGON_CONFIG_KEY(FG_SCALINGFACTOR_RED, Double, Cache, CachedOnly, 1.0)",
+        old="PELAGON_CONFIG_KEY(FG_SCALINGFACTOR_RED, Double, Cache, Restored)",
+        new="PELAGON_CONFIG_KEY(FG_SCALINGFACTOR_RED, Double, Cache, CachedOnly)",
     ),
     dict(
         id="M28", subsystem="LUT file parser", file="parsers/Fg_LutFileParser.cpp",
@@ -242,10 +242,10 @@ MUTANTS = [
         new="if (!s.selected(sequence)) return;",
     ),
     dict(
-        id="M35", subsystem="tool", file="tools/pelagon/png_output.cpp",
+        id="M35", subsystem="tool", file="tools/pelagon/frame_output.cpp",
         description="swapped alignment: 48-bit frames are shifted when left aligned instead of when right aligned",
-        old="const unsigned shift = frame.info.leftAligned ? 0 : 4;",
-        new="const unsigned shift = frame.info.leftAligned ? 4 : 0;",
+        old="out.bits = frame.info.leftAligned ? 16 : 12;",
+        new="out.bits = frame.info.leftAligned ? 12 : 16;",
     ),
 ]
 
