@@ -7,8 +7,8 @@
 #include <string>
 
 #include "Catalogue.h"
-#include "support/Locks.h"
-#include "wrapper/FgZuWrapper.h"
+#include "Locks.h"
+#include "FgZuWrapper.h"
 
 using StringToIntMap = std::map<std::string, int32_t>;
 using IntToStringMap = std::map<int32_t, std::string>;

@@ -8,7 +8,7 @@
 #include "EmbeddedResources.h"
 #include "applet_info.h"
 #include "pelagon_errors.h"
-#include "wrapper/FgZuWrapper.h"
+#include "FgZuWrapper.h"
 
 namespace {
 

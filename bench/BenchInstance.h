@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "applet/FgZuWrapperImpl.h"
+#include "FgZuWrapperImpl.h"
 #include "hap_runtime.h"
 #include "vboard/vboard.h"
 

@@ -15,7 +15,7 @@
 
 #include "Baseline.h"
 #include "BenchInstance.h"
-#include "vboard/core/image_path.h"
+#include "image_path.h"
 
 namespace {
 

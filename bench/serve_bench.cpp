@@ -21,7 +21,7 @@
 
 #include "serve.h"
 #include "session.h"
-#include "vboard/core/image_path.h"
+#include "image_path.h"
 
 namespace {
 

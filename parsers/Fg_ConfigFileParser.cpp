@@ -9,7 +9,7 @@
 #include <locale.h>
 
 #include "pelagon_errors.h"
-#include "support/Fg_Log.h"
+#include "Fg_Log.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "support/Fg_Error.h"
+#include "Fg_Error.h"
 
 #include "pelagon_errors.h"
 

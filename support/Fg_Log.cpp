@@ -1,4 +1,4 @@
-#include "support/Fg_Log.h"
+#include "Fg_Log.h"
 
 #include <cstdarg>
 #include <ctime>

@@ -1,4 +1,4 @@
-#include "support/Locks.h"
+#include "Locks.h"
 
 #include <stdexcept>
 

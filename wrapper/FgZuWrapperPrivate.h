@@ -4,7 +4,7 @@
 
 #include "fg_api.h"
 #include "parameterInfo.h"
-#include "support/Fg_Error.h"
+#include "Fg_Error.h"
 
 struct FgZuWrapperPrivate {
     Fg_Struct* mWrapperFg = nullptr;  // owned, zeroed: the bound runtime functions

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "applet/Catalogue.h"
+#include "Catalogue.h"
 #include "register_info.h"
 
 enum class ParameterKind { UInt, UInt64, Double, String, UIntField, DoubleField, Runtime };

@@ -17,7 +17,7 @@
 #include "AppletHost.h"
 #include "BoundaryHelpers.h"
 #include "LutHost.h"
-#include "applet/Catalogue.h"
+#include "Catalogue.h"
 #include "design_rows.h"
 #include "pelagon_errors.h"
 

@@ -28,7 +28,7 @@ inline uint32_t fuzzSymbolValue(std::string_view symbol) {
     };
     static constexpr Symbol kSymbols[] = {
 #define PELAGON_ENUM_ROW(table, display, value, SYMBOL) {#SYMBOL, static_cast<uint32_t>(value)},
-#include "applet/catalogue.def"
+#include "catalogue.def"
     };
     for (const Symbol& s : kSymbols)
         if (symbol == s.symbol) return s.value;

@@ -9,7 +9,7 @@
 #include <limits>
 #include <string>
 
-#include "support/Fg_Log.h"
+#include "Fg_Log.h"
 #include "support/scratch_folder.h"
 
 namespace fs = std::filesystem;

@@ -8,8 +8,8 @@
 #include <limits>
 #include <string>
 
-#include "support/Fg_Error.h"
-#include "support/Fg_Log.h"
+#include "Fg_Error.h"
+#include "Fg_Log.h"
 
 TEST(SupportError, StoresOnlyWhatSetErrRecords) {
     Fg_Error error;

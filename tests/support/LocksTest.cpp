@@ -1,6 +1,6 @@
 // The locks: critical sections, the recursive mutex and their guards, and
 // each misuse they report.
-#include "support/Locks.h"
+#include "Locks.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "vboard/core/image_path.h"
+#include "image_path.h"
 
 namespace {
 

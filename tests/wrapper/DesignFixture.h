@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "applet/FgZuWrapperImpl.h"
+#include "FgZuWrapperImpl.h"
 #include "design_rows.h"
 #include "hap_runtime.h"
 #include "vboard/vboard.h"
