@@ -19,6 +19,8 @@ constexpr uint32_t kMinWidth = row::FG_WIDTH.minimum, kMaxWidth = row::FG_WIDTH.
 constexpr uint32_t kWidthStep = row::FG_WIDTH.step;
 constexpr uint32_t kMinHeight = row::FG_HEIGHT.minimum, kMaxHeight = row::FG_HEIGHT.maximum;
 constexpr uint32_t kMinTimeout = row::FG_TIMEOUT.minimum, kMaxTimeout = row::FG_TIMEOUT.maximum;
+constexpr uint32_t kMinSelectPeriod = row::FG_IMG_SELECT_PERIOD.minimum, kMaxSelectPeriod = row::FG_IMG_SELECT_PERIOD.maximum;
+constexpr uint32_t kMaxSelect = row::FG_IMG_SELECT.maximum;
 constexpr int kIdWidth = pelagon::id::FG_WIDTH, kIdHeight = pelagon::id::FG_HEIGHT, kIdXOffset = pelagon::id::FG_XOFFSET,
               kIdYOffset = pelagon::id::FG_YOFFSET;
 constexpr uint32_t kOverflowFillLevel = 100;
@@ -197,7 +199,7 @@ void FgZuWrapperImpl::set_sdk_param_FG_IMG_SELECT_PERIOD_P0(uint32_t p, bool thr
     runSetter(
         cache_FG_IMG_SELECT_PERIOD_P0, p, throwOnError,
         [&] {
-            if (p < 1 || p > 256 || p <= cache_FG_IMG_SELECT_P0) fail(PGN_ERR_OUT_OF_RANGE);
+            if (p < kMinSelectPeriod || p > kMaxSelectPeriod || p <= cache_FG_IMG_SELECT_P0) fail(PGN_ERR_OUT_OF_RANGE);
         },
         [&] {
             set_zu_param_Device1_Process0_ImageSelector_FG_IMG_SELECT_PERIOD_Divisor(&p, 0, FG_PARAM_TYPE_UINT32_T,
@@ -209,7 +211,7 @@ void FgZuWrapperImpl::set_sdk_param_FG_IMG_SELECT_P0(uint32_t s, bool throwOnErr
     runSetter(
         cache_FG_IMG_SELECT_P0, s, throwOnError,
         [&] {
-            if (s > 255 || s >= cache_FG_IMG_SELECT_PERIOD_P0) fail(PGN_ERR_OUT_OF_RANGE);
+            if (s > kMaxSelect || s >= cache_FG_IMG_SELECT_PERIOD_P0) fail(PGN_ERR_OUT_OF_RANGE);
         },
         [&] {
             set_zu_param_Device1_Process0_ImageSelector_FG_IMG_SELECT_PHASE_Number(&s, 0, FG_PARAM_TYPE_UINT32_T,

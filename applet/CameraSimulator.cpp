@@ -26,7 +26,7 @@ constexpr uint32_t kWord = 12;              // pixels per generator clock
 constexpr double kClock = 8e-9;             // seconds per generator clock
 constexpr uint32_t kSequenceLength = 2000;  // clocks per sequence in pixel-frequency mode
 constexpr uint32_t kSizeLimit = 65536;      // width + line gap, height + frame gap
-constexpr double kMaxPixelFrequencyMHz = 4000.0;
+constexpr double kMaxPixelFrequencyMHz = pelagon::catalogue::FG_CAMERASIMULATOR_PIXEL_FREQUENCY.maximum;
 constexpr double kMinRate = 0.1;  // Hz, line and frame rate
 constexpr double kSaturatedFrequencyMHz = 1500.0;
 
@@ -225,7 +225,7 @@ void FgZuWrapperImpl::set_sdk_param_FG_CAMERASIMULATOR_PATTERN_OFFSET_P0(uint32_
     runSetter(
         cache_FG_CAMERASIMULATOR_PATTERN_OFFSET_P0, value, throwOnError,
         [&] {
-            if (value > 255) fail(PGN_ERR_OUT_OF_RANGE);
+            if (value > pelagon::catalogue::FG_CAMERASIMULATOR_PATTERN_OFFSET.maximum) fail(PGN_ERR_OUT_OF_RANGE);
         },
         [&] { writeU32(*this, &FgZuWrapperImpl::set_zu_param_Device1_Process0_CameraSimulator_Offset_Value, value); });
 }

@@ -24,8 +24,9 @@ constexpr uint32_t kLutMax = kLutSize - 1;
 constexpr uint32_t kLutBits = 12;
 constexpr uint32_t kTypeProcessor = pelagon::symbol::AcqLutTypes::LUT_TYPE_PROCESSING;
 constexpr uint32_t kTypeUserFile = pelagon::symbol::AcqLutTypes::LUT_TYPE_CUSTOM;
-// The coefficient registers are unsigned fixed point with 10 fractional bits.
-constexpr double kMaxScaling = 4.0 - 1.0 / 1024;
+// The coefficient registers are unsigned fixed point with 10 fractional bits:
+// the catalogue's limit is the largest they hold, 4 - 1/1024.
+constexpr double kMaxScaling = pelagon::catalogue::FG_SCALINGFACTOR_RED.maximum;
 
 constexpr int kIdCustomFile = pelagon::id::FG_LUT_CUSTOM_FILE;
 constexpr int kIdProcessing[] = {300002, 300003, 300004, 300005};  // gain, gamma, offset, invert

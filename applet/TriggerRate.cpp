@@ -22,7 +22,7 @@ constexpr double kMaxRate = 12500000.0;
 constexpr uint64_t kPeriodOffset = 9;
 // Without a queue the generator stage passes pulses at its fastest period.
 constexpr uint32_t kUnqueuedPeriod = 10;
-constexpr uint32_t kMaxMultiply = 65535;
+constexpr uint32_t kMaxMultiply = pelagon::catalogue::FG_TRIGGER_MULTIPLY_PULSES.maximum;
 // Status bits of the monitor.
 constexpr uint32_t kPeriodExceededBit = 1, kQueueFullBit = 2;
 
