@@ -387,6 +387,10 @@ AcquireResult acquireInto(Session& s, const AcquireOptions& options, const Targe
     const bool software = softwareTriggered(s);
     const std::chrono::milliseconds timeout = frameTimeout(s, options.timeoutSeconds);
     AcquireResult result;
+    result.where = target.kind == Target::Stdout   ? "written to standard output"
+                   : target.kind == Target::Folder ? "saved in "
+                                                   : "saved as ";
+    if (target.kind != Target::Stdout) result.where += options.output;
     std::FILE* out = messages(options);
     Progress progress(options.frames, out, !options.json && !options.stats);
     int64_t next = 1, pulsed = 0;

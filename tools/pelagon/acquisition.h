@@ -40,6 +40,8 @@ struct AcquireResult {
     int64_t skipped = 0;    // frames overwritten before they could be saved
     int64_t lost = 0;       // frames the board could not deliver
     double seconds = 0;     // from the start to the last frame
+    // "saved in FOLDER", "saved as NAME" or "written to standard output"
+    std::string where;
 };
 
 // Where the lines for people go while acquiring: standard error when

@@ -34,7 +34,6 @@ namespace {
 
 // Keys in the order the tool writes them, as the text output has them.
 using Json = nlohmann::ordered_json;
-namespace fs = std::filesystem;
 
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
@@ -585,11 +584,8 @@ const Command kCommands[] = {
          a.acquire.stream = a.stream == "raw" ? StreamFormat::Raw : StreamFormat::Ppm;
          const AcquireResult r = acquire(*s, a.acquire);
          std::FILE* out = messages(a.acquire);
-         const std::string& o = a.acquire.output;
-         const bool named = o.find('%') != std::string::npos || fs::path(o).extension() == ".png";
-         std::fprintf(out, "%lld frame%s %s %s in %.2f s (%.1f frames/s)", static_cast<long long>(r.delivered),
-                      r.delivered == 1 ? "" : "s", o == "-" ? "written to" : named ? "saved as" : "saved in",
-                      o == "-" ? "standard output" : o.c_str(), r.seconds,
+         std::fprintf(out, "%lld frame%s %s in %.2f s (%.1f frames/s)", static_cast<long long>(r.delivered),
+                      r.delivered == 1 ? "" : "s", r.where.c_str(), r.seconds,
                       r.seconds > 0 ? static_cast<double>(r.delivered) / r.seconds : 0.0);
          if (r.skipped > 0)
              std::fprintf(out, "; %lld overwritten before they could be saved", static_cast<long long>(r.skipped));
