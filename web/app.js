@@ -77,7 +77,11 @@ async function write(w) {
     w.error.textContent = 'not a number';
     return;
   }
+  // Answers may come back out of order: only the newest write of a field
+  // speaks for it, so an earlier success cannot wipe a later refusal.
+  const seq = (w.writes = (w.writes || 0) + 1);
   const r = await api('PUT', `/api/params/${encodeURIComponent(p.name)}`, { value });
+  if (seq !== w.writes) return;
   const answer = r.data;
   if (r.ok) {
     w.error.textContent = '';
@@ -148,6 +152,8 @@ function renderTree(categories) {
     return;
   }
   treeShape = shape;
+  // A refusal shown beside a field stays when new limits rebuild the tree.
+  const refusals = new Map([...widgets].map(([name, w]) => [name, w.error.textContent]));
   const open = new Set([...document.querySelectorAll('#tree details[open]')].map((d) => d.dataset.name));
   const first = widgets.size === 0;
   widgets.clear();
@@ -163,6 +169,7 @@ function renderTree(categories) {
     details.append(summary);
     for (const p of c.parameters) {
       const w = buildRow(p);
+      w.error.textContent = refusals.get(p.name) || '';
       widgets.set(p.name, w);
       details.append(w.row);
     }
